@@ -1,0 +1,31 @@
+#pragma once
+
+namespace vendor::nivora::hardware::fbo::implementation {
+
+/**
+ * Tells from "is_ufs31" whether the device is a UFS 3.1 one: its word is the number 1. False also
+ * without an FBO directory or node.
+ *
+ * @throws std::invalid_argument, std::out_of_range if the node holds no number or too large a one.
+ */
+bool FBO_isUFS31();
+
+/**
+ * Reads the least size of a range from "fbo_min_lrs", in the driver's unit.
+ *
+ * @return the size, or -1 if the node cannot be opened.
+ * @throws std::invalid_argument, std::out_of_range if the node holds no number or too large a
+ *     one; std::invalid_argument also without an FBO directory.
+ */
+int FBO_Get_MinLBASize();
+
+/**
+ * Reads how many ranges the device takes at once from "fbo_max_lrc" into `out`.
+ *
+ * @return 0; -10, with `out` untouched, if the node cannot be opened. Without an FBO directory
+ *     also 0, and `out` is untouched.
+ * @throws std::invalid_argument, std::out_of_range if the node holds no number or too large a one.
+ */
+int FBO_Get_MaxLBACount(int& out);
+
+}  // namespace vendor::nivora::hardware::fbo::implementation

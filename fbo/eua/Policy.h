@@ -1,0 +1,24 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+namespace vendor::nivora::hardware::fbo::implementation {
+
+/**
+ * A phone, or a UFS part in a phone, that must not use EUA. Each text is what the live value
+ * begins with; an empty one fits every value.
+ */
+struct EuaPolicyRow {
+    /** The property "ro.product.device". */
+    std::string device;
+    /** Vendor, part number and revision of the device's INQUIRY data. */
+    std::string vendor;
+    std::string part_number;
+    std::string revision;
+};
+
+/** Looked through from the first row on. Built when the library is loaded. */
+extern const std::array<EuaPolicyRow, 10> disableEuaPolicy;
+
+}  // namespace vendor::nivora::hardware::fbo::implementation
