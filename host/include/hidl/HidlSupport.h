@@ -41,9 +41,11 @@ std::string toHexString(T value) {
     return "0x" + text;
 }
 
-/** Static, and so are the specialisations that generated headers define in every file. */
+/** Without a name, so that what generated headers specialise belongs to each file that includes. */
+inline namespace {
 template <typename T>
-static constexpr std::array<T, 0> hidl_enum_values{};
+constexpr std::array<T, 0> hidl_enum_values{};
+}  // namespace
 
 }  // namespace details
 

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+
+namespace host {
+
+/** Takes a line of the log: its priority (android_LogPriority), tag and text. */
+using LogSink = std::function<void(int priority, const char* tag, const char* text)>;
+
+/**
+ * Hands every line that this process logs, of every priority, to `sink` instead of printing it;
+ * an empty sink drops them. The platform's library cuts a line at about 1 KiB.
+ */
+void setLogSink(LogSink sink);
+
+}  // namespace host

@@ -1,0 +1,293 @@
+#include "sim/Device.h"
+
+#include <cerrno>
+#include <charconv>
+#include <utility>
+
+#include "sim/HealthReport.h"
+
+namespace sim {
+
+namespace {
+
+// fbo_prog_state of a UFS 4.0 device.
+constexpr int kIdle = 0;
+constexpr int kOngoing = 1;
+constexpr int kAnalysed = 2;
+constexpr int kOptimised = 3;
+constexpr int kMapped = 5;
+
+// fbs_flc_ops and fbs_defrag_ops of a UFS 3.1 device.
+constexpr int kListAccepted31 = 1;
+constexpr int kOngoing31 = 2;
+constexpr int kAnalysed31 = 3;
+constexpr int kDefragmented31 = 0;
+
+std::string line(int64_t number) {
+    return std::to_string(number) + "\n";
+}
+
+/** The number that a store holds, as a driver's kstrtoint reads it. */
+bool parseNumber(std::string_view text, int& number) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+}  // namespace
+
+void Operation::start(int64_t now, int64_t seconds, int end_state) {
+    phase_ = Phase::kOngoing;
+    ends_ = now + seconds;
+    clears_ = kStuck;
+    end_state_ = end_state;
+    settle(now);
+}
+
+void Operation::clear(int64_t now, int64_t seconds) {
+    clears_ = now + seconds;
+    settle(now);
+}
+
+void Operation::settle(int64_t now) {
+    if (phase_ == Phase::kOngoing && now >= ends_) phase_ = Phase::kEnded;
+    if (now >= clears_) {
+        phase_ = Phase::kIdle;
+        clears_ = kStuck;
+    }
+}
+
+int Operation::state(int idle, int ongoing) const {
+    switch (phase_) {
+        case Phase::kOngoing:
+            return ongoing;
+        case Phase::kEnded:
+            return end_state_;
+        default:
+            return idle;
+    }
+}
+
+Device::Device(const Profile& profile, bool mtk, Tree& tree) : profile_(profile), tree_(tree) {
+    const std::string driver = std::string("/sys/bus/platform/drivers/") +
+                               (mtk ? "ufshcd-mtk" : "ufshcd-qcom");
+    const std::string controller = mtk ? "112b0000.ufshci" : "1d84000.ufshc";
+    const std::string device = "/sys/devices/platform/soc/" + controller;
+    for (const char* own : {"bind", "unbind", "uevent"}) {
+        tree_.addFile(driver + "/" + own, {nullptr, [](std::string_view) { return -ENODEV; }});
+    }
+    tree_.addLink(driver + "/" + controller, "../../../../devices/platform/soc/" + controller);
+    addFboNodes(device + "/ufsfbo/");
+    addPhone();
+}
+
+void Device::addPhone() {
+    tree_.addFile("/sys/class/block/sda/device/vendor", {[this] {
+                                                             std::string vendor = profile_.vendor;
+                                                             vendor.resize(8, ' ');
+                                                             return vendor + "\n";
+                                                         },
+                                                         nullptr});
+    tree_.addFile("/sys/class/qe_memory/qe_memory_device/ufshcd0/hr",
+                  {[this] {
+                       return healthReport(profile_.maker,
+                                           static_cast<uint32_t>(settings_.number("wear")),
+                                           static_cast<uint32_t>(settings_.number("tbw")));
+                   },
+                   nullptr});
+    tree_.addLink("/dev/block/mapper/userdata", "/dev/block/dm-5");
+    tree_.addFile("/proc/sys/vm/drop_caches", {nullptr, [](std::string_view) { return 0; }});
+    tree_.setSpace("/data/user/0", [this] {
+        constexpr fsblkcnt_t kBlocksPerGib = (1 << 30) / 4096;
+        struct statvfs space {};
+        space.f_bsize = space.f_frsize = 4096;
+        space.f_blocks = static_cast<fsblkcnt_t>(settings_.number("userdata_gib")) * kBlocksPerGib;
+        space.f_bfree =
+                static_cast<fsblkcnt_t>(settings_.number("userdata_free_gib")) * kBlocksPerGib;
+        // What is kept back for the superuser.
+        space.f_bavail = space.f_bfree - space.f_bfree / 20;
+        return space;
+    });
+}
+
+void Device::addPlainNode(const std::string& path, std::string value) {
+    plain_[path] = std::move(value);
+    tree_.addFile(path, {[this, path] { return plain_[path]; },
+                         [this, path](std::string_view text) {
+                             int number;
+                             if (!parseNumber(text, number)) return -EINVAL;
+                             plain_[path] = line(number);
+                             return 0;
+                         }});
+}
+
+void Device::addFboNodes(const std::string& directory) {
+    const bool is31 = profile_.generation == Generation::kUfs31;
+    const auto add = [&](const char* name, std::function<std::string()> show) {
+        tree_.addFile(directory + name, {std::move(show), nullptr});
+    };
+    add("fbo_support", [] { return line(1); });
+    add("is_ufs31", [is31] { return line(is31 ? 1 : 0); });
+    add("fbo_min_lrs", [] { return line(1); });
+    add("fbo_max_lrc", [this] {
+        const int64_t ranges = settings_.number("ranges");
+        return line(ranges > 0 ? ranges : profile_.max_ranges);
+    });
+    add("fbo_get_lr_frag_level", [this] { return report(); });
+    for (const char* name :
+         {"debug", "fbo_exe_level", "fbo_wholefile_enable", "fbo_err_cnt", "fbo_retry_cnt"}) {
+        addPlainNode(directory + name, line(0));
+    }
+    tree_.addFile(directory + "fbo_send_lr_list",
+                  {nullptr, [this](std::string_view text) { return storeList(text); }});
+    if (is31) {
+        addUfs31Nodes(directory);
+    } else {
+        addUfs40Nodes(directory);
+    }
+}
+
+void Device::addUfs40Nodes(const std::string& directory) {
+    tree_.addFile(directory + "fbo_operation_control",
+                  {nullptr, [this](std::string_view text) { return control40(text); }});
+    tree_.addFile(directory + "fbo_prog_state", {[this] {
+                                                     settle();
+                                                     return line(operation_.state(kIdle, kOngoing));
+                                                 },
+                                                 nullptr});
+    tree_.addFile(directory + "fbo2_linear_map_state",
+                  {[this] { return line(settings_.number("linear")); }, nullptr});
+    tree_.addFile(directory + "fbo2_linear_mapping_start", {[] { return line(0); }, nullptr});
+    tree_.addFile(directory + "fbo2_linear_mapping_end", {[] { return line(262144); }, nullptr});
+}
+
+void Device::addUfs31Nodes(const std::string& directory) {
+    tree_.addFile(directory + "fbs_flc_enable",
+                  {nullptr, [this](std::string_view text) { return enableAnalysis31(text); }});
+    tree_.addFile(directory + "fbs_flc_ops",
+                  {[this] {
+                       settle();
+                       const int accepted = acceptance_.state(kIdle, kIdle);
+                       return line(operation_.state(accepted, kOngoing31));
+                   },
+                   nullptr});
+    tree_.addFile(directory + "fbs_defrag_enable",
+                  {nullptr, [this](std::string_view text) { return enableDefrag31(text); }});
+    tree_.addFile(directory + "fbs_defrag_ops", {[this] {
+                                                     settle();
+                                                     return line(defrag_.state(kIdle, kOngoing31));
+                                                 },
+                                                 nullptr});
+}
+
+int Device::storeList(std::string_view text) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    std::vector<Range> ranges;
+    if (!parseRanges(text, ranges)) return -EINVAL;
+    list_ = std::move(ranges);
+    acceptance_.start(now_, settings_.series("accept").take(), kListAccepted31);
+    return 0;
+}
+
+int Device::control40(std::string_view text) {
+    int number;
+    if (!parseNumber(text, number)) return -EINVAL;
+    settle();
+    const bool idle = operation_.phase() == Operation::Phase::kIdle;
+    switch (number) {
+        case 0:
+            startClear(operation_);
+            return 0;
+        case 1:
+            if (!idle || list_.empty()) return -EINVAL;
+            startAnalysis(kAnalysed);
+            return 0;
+        case 2:
+            if (command_ != Command::kAnalysis || operation_.state(kIdle, kOngoing) != kAnalysed) {
+                return -EINVAL;
+            }
+            startOptimisation(operation_, kOptimised);
+            return 0;
+        case 4: {
+            if (!idle || list_.empty()) return -EINVAL;
+            command_ = Command::kMapping;
+            const int64_t end = settings_.series("mapping_end").take();
+            operation_.start(now_, settings_.series("mapping").take(),
+                             end < 0 ? kMapped : static_cast<int>(end));
+            return 0;
+        }
+        default:
+            return -EINVAL;
+    }
+}
+
+int Device::enableAnalysis31(std::string_view text) {
+    int number;
+    if (!parseNumber(text, number)) return -EINVAL;
+    settle();
+    if (number == 0) {
+        startClear(operation_);
+        acceptance_.clear(now_, 0);
+        return 0;
+    }
+    if (number != 1 || acceptance_.state(kIdle, kIdle) != kListAccepted31) return -EINVAL;
+    startAnalysis(kAnalysed31);
+    return 0;
+}
+
+int Device::enableDefrag31(std::string_view text) {
+    int number;
+    if (!parseNumber(text, number)) return -EINVAL;
+    settle();
+    if (number == 0) {
+        startClear(defrag_);
+        return 0;
+    }
+    if (number != 1 || operation_.state(kIdle, kOngoing31) != kAnalysed31) return -EINVAL;
+    startOptimisation(defrag_, kDefragmented31);
+    return 0;
+}
+
+void Device::startAnalysis(int success) {
+    command_ = Command::kAnalysis;
+    const int64_t end = settings_.series("analysis_end").take();
+    operation_.start(now_, settings_.series("analysis").take(),
+                     end < 0 ? success : static_cast<int>(end));
+}
+
+void Device::startOptimisation(Operation& operation, int success) {
+    command_ = Command::kOptimisation;
+    const int64_t end = settings_.series("optimise_end").take();
+    operation.start(now_, settings_.series("optimise").take(),
+                    end < 0 ? success : static_cast<int>(end));
+    pending_ = &operation;
+    pending_success_ = success;
+    settle();
+}
+
+void Device::startClear(Operation& operation) {
+    if (!operation.isClearable()) return;
+    operation.clear(now_, settings_.series("clear").take());
+    if (pending_ == &operation) pending_ = nullptr;
+}
+
+void Device::settle() {
+    operation_.settle(now_);
+    defrag_.settle(now_);
+    acceptance_.settle(now_);
+    if (pending_ == nullptr || pending_->phase() != Operation::Phase::kEnded) return;
+    if (pending_->state(-1, -1) == pending_success_) flash_.optimise(list_);
+    pending_ = nullptr;
+}
+
+std::string Device::report() {
+    settle();
+    const int level = flash_.level(list_);
+    std::string text = "frag_lvl: ";
+    text += level == 10 ? 'a' : static_cast<char>('0' + level);
+    text += ", lr_count: " + std::to_string(list_.size()) +
+            ", optimised: " + std::to_string(flash_.countOptimised(list_)) + "\n";
+    return text.substr(0, static_cast<size_t>(settings_.series("report").take()));
+}
+
+}  // namespace sim

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/Flash.h"
+#include "sim/Profile.h"
+#include "sim/Settings.h"
+#include "sim/Tree.h"
+
+namespace sim {
+
+/**
+ * One operation that the device runs: it is started, is on its way for some time, ends in some
+ * state and stays there until it is cleared.
+ */
+class Operation {
+  public:
+    enum class Phase { kIdle, kOngoing, kEnded };
+
+    void start(int64_t now, int64_t seconds, int end_state);
+    /** Goes idle after `seconds`. */
+    void clear(int64_t now, int64_t seconds);
+    /** Whether there is something to clear that is not being cleared already. */
+    bool isClearable() const { return phase_ != Phase::kIdle && clears_ == kStuck; }
+    /** Brings the phase up to `now`. */
+    void settle(int64_t now);
+
+    Phase phase() const { return phase_; }
+    /** The state to show: `idle`, `ongoing`, or the one that the operation ended in. */
+    int state(int idle, int ongoing) const;
+
+  private:
+    Phase phase_ = Phase::kIdle;
+    int64_t ends_ = kStuck;
+    int64_t clears_ = kStuck;
+    int end_state_ = 0;
+};
+
+/**
+ * The UFS device, its host-controller driver and the phone around them: what stands in their
+ * nodes, and how that changes with what is written and with the time that passes.
+ */
+class Device {
+  public:
+    /** @param mtk whether the host controller is MediaTek's instead of Qualcomm's. */
+    Device(const Profile& profile, bool mtk, Tree& tree);
+
+    Settings& settings() { return settings_; }
+    Flash& flash() { return flash_; }
+
+    /** Lets `seconds` pass. */
+    void advance(int64_t seconds) { now_ += seconds; }
+    int64_t now() const { return now_; }
+
+  private:
+    void addPhone();
+    void addFboNodes(const std::string& directory);
+    void addUfs40Nodes(const std::string& directory);
+    void addUfs31Nodes(const std::string& directory);
+    /** A number that is kept as it is written. */
+    void addPlainNode(const std::string& path, std::string value);
+
+    int storeList(std::string_view text);
+    int control40(std::string_view text);
+    int enableAnalysis31(std::string_view text);
+    int enableDefrag31(std::string_view text);
+
+    void startAnalysis(int success);
+    void startOptimisation(Operation& operation, int success);
+    void startClear(Operation& operation);
+    /** Brings all operations up to now and lets a finished optimisation take effect. */
+    void settle();
+    std::string report();
+
+    const Profile& profile_;
+    Tree& tree_;
+    Settings settings_;
+    Flash flash_;
+    int64_t now_ = 0;
+
+    std::vector<Range> list_;
+    std::map<std::string, std::string> plain_;
+
+    /** UFS 4.0: every operation. UFS 3.1: the analysis. */
+    Operation operation_;
+    /** UFS 3.1: the defragmentation. */
+    Operation defrag_;
+    /** UFS 3.1: the acceptance of the list. */
+    Operation acceptance_;
+    /** What runs as operation_ on a UFS 4.0 device, and what the analysed list may be used for. */
+    enum class Command { kNone, kAnalysis, kOptimisation, kMapping } command_ = Command::kNone;
+    /** The optimisation that has not taken effect yet, and the state that makes it do so. */
+    Operation* pending_ = nullptr;
+    int pending_success_ = 0;
+};
+
+}  // namespace sim

@@ -1,0 +1,74 @@
+#include "sim/Flash.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace sim {
+
+namespace {
+
+constexpr size_t kMaxLevel = 10;
+/** What a seam counts for, and what is left of it after an optimisation. */
+constexpr size_t kSeam = 10;
+constexpr size_t kOptimisedSeam = 1;
+
+}  // namespace
+
+bool parseRanges(std::string_view text, std::vector<Range>& ranges) {
+    std::vector<uint64_t> numbers;
+    const char* at = text.data();
+    const char* const end = text.data() + text.size();
+    for (;;) {
+        const auto [rest, error] = std::from_chars(at, end, numbers.emplace_back());
+        if (error != std::errc()) return false;
+        at = rest;
+        if (at == end) break;
+        if (*at++ != ',') return false;
+    }
+    if (numbers.size() % 2 != 0) return false;
+    ranges.clear();
+    for (size_t i = 0; i < numbers.size(); i += 2) ranges.push_back({numbers[i], numbers[i + 1]});
+    return true;
+}
+
+int Flash::level(const std::vector<Range>& ranges) const {
+    if (ranges.size() < 2) return 0;
+    size_t scatter = 0;
+    for (size_t i = 1; i < ranges.size(); ++i) {
+        if (ranges[i].start == ranges[i - 1].start + ranges[i - 1].count) continue;
+        scatter += isOptimised(ranges[i]) ? kOptimisedSeam : kSeam;
+    }
+    const size_t most = (ranges.size() - 1) * kSeam;
+    return static_cast<int>((scatter * kMaxLevel + most / 2) / most);
+}
+
+size_t Flash::countOptimised(const std::vector<Range>& ranges) const {
+    return std::count_if(ranges.begin(), ranges.end(),
+                         [this](const Range& range) { return isOptimised(range); });
+}
+
+void Flash::optimise(const std::vector<Range>& ranges) {
+    for (const Range& range : ranges) optimised_.emplace(range.start, range.count);
+}
+
+std::string Flash::optimised() const {
+    std::string list;
+    for (const auto& [start, count] : optimised_) {
+        if (!list.empty()) list += ',';
+        list += std::to_string(start) + "," + std::to_string(count);
+    }
+    return list;
+}
+
+bool Flash::takeOptimised(std::string_view list) {
+    std::vector<Range> ranges;
+    if (!list.empty() && !parseRanges(list, ranges)) return false;
+    optimise(ranges);
+    return true;
+}
+
+bool Flash::isOptimised(const Range& range) const {
+    return optimised_.count({range.start, range.count}) != 0;
+}
+
+}  // namespace sim

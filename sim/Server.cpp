@@ -1,0 +1,259 @@
+#include "sim/Server.h"
+
+#define FUSE_USE_VERSION 35
+#include <fuse3/fuse.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace sim {
+
+namespace {
+
+constexpr char kControls[] = "/.sim/";
+
+bool isControl(const std::string& path) {
+    return path.compare(0, strlen(kControls), kControls) == 0;
+}
+
+/** `text` in double quotes, on one line. */
+std::string quote(std::string_view text) {
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '\n') {
+            quoted += "\\n";
+        } else if (c == '"' || c == '\\') {
+            quoted += {'\\', c};
+        } else if (static_cast<unsigned char>(c) < ' ' || c == 127) {
+            char escape[5];
+            snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(c));
+            quoted += escape;
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "\"";
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    for (;;) {
+        const size_t end = text.find(separator);
+        parts.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) return parts;
+        text.remove_prefix(end + 1);
+    }
+}
+
+/** An open file: the text that it reads, asked for at offset 0 and kept for the offsets after. */
+struct OpenFile {
+    std::string text;
+};
+
+Server& server() {
+    return *static_cast<Server*>(fuse_get_context()->private_data);
+}
+
+OpenFile& openFile(fuse_file_info* info) {
+    return *reinterpret_cast<OpenFile*>(info->fh);
+}
+
+int getattr(const char* path, struct stat* attributes, fuse_file_info*) {
+    return server().tree().attributes(path, *attributes);
+}
+
+int readlink(const char* path, char* buffer, size_t size) {
+    std::string target;
+    const int result = server().tree().link(path, target);
+    if (result == 0) snprintf(buffer, size, "%s", target.c_str());
+    return result;
+}
+
+int readdir(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, fuse_file_info*,
+            fuse_readdir_flags) {
+    std::vector<std::string> names = {".", ".."};
+    const int result = server().tree().list(path, names);
+    for (const std::string& name : names) fill(buffer, name.c_str(), nullptr, 0, {});
+    return result;
+}
+
+int open(const char* path, fuse_file_info* info) {
+    const int mode = info->flags & O_ACCMODE;
+    const int result = server().tree().open(path, mode != O_WRONLY, mode != O_RDONLY);
+    if (result == 0) info->fh = reinterpret_cast<uint64_t>(new OpenFile);
+    return result;
+}
+
+int create(const char*, mode_t, fuse_file_info*) {
+    // A driver's directory refuses what the driver did not put there.
+    return -EACCES;
+}
+
+int truncate(const char*, off_t, fuse_file_info*) {
+    return 0;
+}
+
+int release(const char*, fuse_file_info* info) {
+    delete &openFile(info);
+    return 0;
+}
+
+int read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_info* info) {
+    std::string& text = openFile(info).text;
+    if (offset == 0) {
+        text.clear();
+        if (const int result = server().read(path, text); result < 0) return result;
+    }
+    if (static_cast<size_t>(offset) >= text.size()) return 0;
+    return static_cast<int>(text.copy(buffer, size, offset));
+}
+
+int write(const char* path, const char* text, size_t size, off_t, fuse_file_info*) {
+    const int result = server().write(path, {text, size});
+    return result < 0 ? result : static_cast<int>(size);
+}
+
+int statfs(const char* path, struct statvfs* space) {
+    return server().tree().space(path, *space);
+}
+
+void* init(fuse_conn_info* connection, fuse_config* config) {
+    // Nothing is kept in the kernel: every open, read and write asks the device.
+    config->direct_io = 1;
+    config->entry_timeout = config->attr_timeout = config->negative_timeout = 0;
+    connection->max_write = 1 << 20;
+    return fuse_get_context()->private_data;
+}
+
+}  // namespace
+
+Server::Server(const Profile& profile, bool mtk) : device_(profile, mtk, tree_) {
+    addControls();
+}
+
+void Server::addControls() {
+    const auto add = [this](const char* name, File file) {
+        tree_.addFile(std::string(kControls) + name, std::move(file));
+    };
+    add("set", {nullptr, [this](std::string_view text) { return set(text); }});
+    add("clock", {nullptr, [this](std::string_view text) {
+                      int64_t seconds = 0;
+                      std::from_chars(text.data(), text.data() + text.size(), seconds);
+                      trace("sleep " + std::to_string(seconds));
+                      device_.advance(seconds);
+                      return 0;
+                  }});
+    add("note", {nullptr, [this](std::string_view text) {
+                     if (records_) trace_.append(text) += '\n';
+                     return 0;
+                 }});
+    add("trace", {[this] { return trace_; }, [this](std::string_view) {
+                      trace_.clear();
+                      return 0;
+                  }});
+    add("optimised",
+        {[this] { return device_.flash().optimised(); },
+         [this](std::string_view text) {
+             return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
+         }});
+}
+
+int Server::set(std::string_view assignment) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string_view::npos) return -EINVAL;
+    const std::string key(assignment.substr(0, equals));
+    const std::string_view value = assignment.substr(equals + 1);
+    try {
+        if (key == "record") {
+            records_ = value == "1";
+        } else if (key == "print") {
+            prints_ = value == "1";
+        } else if (key.compare(0, 5, "node.") == 0) {
+            tree_.script(key.substr(5), split(value, '/'));
+        } else if (key.compare(0, 6, "fault.") == 0) {
+            return setFault(key.substr(6), value);
+        } else {
+            device_.settings().set(key, value);
+        }
+    } catch (const std::invalid_argument&) {
+        return -EINVAL;
+    }
+    return 0;
+}
+
+int Server::setFault(const std::string& name, std::string_view words) {
+    Fault fault;
+    for (const std::string& word : split(words, '/')) {
+        if (word == "missing") {
+            fault.missing = true;
+        } else if (word == "unreadable") {
+            fault.unreadable = true;
+        } else if (word == "unwritable") {
+            fault.unwritable = true;
+        } else if (word == "read-error") {
+            fault.read_error = true;
+        } else if (word == "write-error") {
+            fault.write_error = true;
+        } else if (word != "none") {
+            return -EINVAL;
+        }
+    }
+    tree_.setFault(name, fault);
+    return 0;
+}
+
+void Server::trace(const std::string& line) {
+    if (records_) trace_ += line + "\n";
+    if (prints_) {
+        dprintf(STDERR_FILENO, "%8lld s  %s\n", static_cast<long long>(device_.now()),
+                line.c_str());
+    }
+}
+
+int Server::read(const std::string& path, std::string& text) {
+    const int result = tree_.read(path, text);
+    if (!isControl(path)) {
+        trace("read " + nameOf(path) + " " + (result < 0 ? strerror(-result) : quote(text)));
+    }
+    return result;
+}
+
+int Server::write(const std::string& path, std::string_view text) {
+    const int result = tree_.write(path, text);
+    if (!isControl(path)) {
+        trace("write " + nameOf(path) + " " + quote(text) +
+              (result < 0 ? std::string(" ") + strerror(-result) : ""));
+    }
+    return result;
+}
+
+void Server::run(int fd) {
+    fuse_operations operations{};
+    operations.getattr = getattr;
+    operations.readlink = readlink;
+    operations.readdir = readdir;
+    operations.open = sim::open;
+    operations.create = create;
+    operations.truncate = truncate;
+    operations.release = release;
+    operations.read = sim::read;
+    operations.write = sim::write;
+    operations.statfs = statfs;
+    operations.init = init;
+
+    char name[] = "sim";
+    char* arguments[] = {name, nullptr};
+    fuse_args args = FUSE_ARGS_INIT(1, arguments);
+    fuse* session = fuse_new(&args, &operations, sizeof(operations), this);
+    if (session == nullptr) return;
+    if (fuse_mount(session, ("/dev/fd/" + std::to_string(fd)).c_str()) == 0) fuse_loop(session);
+    fuse_destroy(session);
+}
+
+}  // namespace sim

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "sim/Device.h"
+#include "sim/Tree.h"
+
+namespace sim {
+
+/**
+ * Serves a simulated phone to the kernel as a file system, and the directory "/.sim" by which
+ * its user speaks to the simulation:
+ *
+ *   set        written: "KEY=VALUE", see Simulator::set()
+ *   clock      written: seconds to let pass
+ *   note       written: a line for the trace
+ *   trace      read: the trace so far; written: starts it anew
+ *   optimised  read and written: the ranges that the flash has optimised
+ */
+class Server {
+  public:
+    Server(const Profile& profile, bool mtk);
+
+    /** Serves the FUSE connection `fd` until the file system is gone. */
+    void run(int fd);
+
+    // The answers to the kernel, a negative errno for a failure. What the phone's own files
+    // are read and written with is traced.
+    Tree& tree() { return tree_; }
+    int read(const std::string& path, std::string& text);
+    int write(const std::string& path, std::string_view text);
+
+  private:
+    void addControls();
+    int set(std::string_view assignment);
+    int setFault(const std::string& name, std::string_view words);
+    /** Adds a line to the trace, or prints it, or both, as it is set. */
+    void trace(const std::string& line);
+
+    Tree tree_;
+    Device device_;
+    std::string trace_;
+    bool records_ = false;
+    bool prints_ = false;
+};
+
+}  // namespace sim

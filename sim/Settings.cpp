@@ -1,0 +1,87 @@
+#include "sim/Settings.h"
+
+#include <charconv>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+struct Key {
+    const char* name;
+    int64_t value;
+    const char* meaning;
+};
+
+constexpr Key kKeys[] = {
+        {"wear", 120, "program/erase cycles that the health report tells"},
+        {"tbw", 1, "SKhynix: bytes written so far; 0 moves the cycles to another field"},
+        {"ranges", 0, "ranges that a list may hold; 0: as the profile says"},
+        {"accept", 0, "UFS 3.1: seconds until a list is accepted"},
+        {"analysis", 12, "seconds that an analysis takes"},
+        {"analysis_end", -1, "state that an analysis ends in; -1: success"},
+        {"optimise", 60, "seconds that an optimisation takes"},
+        {"optimise_end", -1, "state that an optimisation ends in; -1: success"},
+        {"mapping", 9, "seconds that a linear mapping takes"},
+        {"mapping_end", -1, "state that a linear mapping ends in; -1: success"},
+        {"linear", 1, "UFS 4.0: whether a linear mapping is offered, 1 or 0"},
+        {"clear", 0, "seconds until the device is idle after a clear"},
+        {"report", 4096, "characters of the fragmentation report that are served"},
+        {"userdata_gib", 230, "size of the user data file system"},
+        {"userdata_free_gib", 80, "free space of it"},
+};
+
+int64_t parseNumber(std::string_view text) {
+    if (text == "stuck") return kStuck;
+    int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        throw std::invalid_argument("\"" + std::string(text) + "\" is no number");
+    }
+    return number;
+}
+
+}  // namespace
+
+Series Series::parse(std::string_view text) {
+    Series series;
+    for (;;) {
+        const size_t slash = text.find('/');
+        series.values_.push_back(parseNumber(text.substr(0, slash)));
+        if (slash == std::string_view::npos) return series;
+        text.remove_prefix(slash + 1);
+    }
+}
+
+int64_t Series::take() {
+    const int64_t value = values_[next_];
+    if (next_ + 1 < values_.size()) ++next_;
+    return value;
+}
+
+void Settings::set(std::string_view key, std::string_view value) {
+    const auto series = series_.find(key);
+    if (series == series_.end()) {
+        throw std::invalid_argument("the device has no setting \"" + std::string(key) + "\"");
+    }
+    series->second = Series::parse(value);
+}
+
+std::string Settings::describe() {
+    std::string text;
+    for (const Key& key : kKeys) {
+        std::string line = std::string("  ") + key.name + "=" +
+                           (key.value < 0 ? "" : std::to_string(key.value));
+        line.resize(std::max<size_t>(line.size() + 1, 26), ' ');
+        text += line + key.meaning + "\n";
+    }
+    return text;
+}
+
+std::map<std::string, Series, std::less<>> Settings::defaults() {
+    std::map<std::string, Series, std::less<>> series;
+    for (const Key& key : kKeys) series.emplace(key.name, Series(key.value));
+    return series;
+}
+
+}  // namespace sim

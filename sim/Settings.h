@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+/** A duration that never ends. */
+constexpr int64_t kStuck = std::numeric_limits<int32_t>::max();
+
+/** Values that are used one after the other, the last one again and again. */
+class Series {
+  public:
+    Series(int64_t value) : values_{value} {}
+
+    /** Reads numbers separated by slashes; "stuck" is a number too. */
+    static Series parse(std::string_view text);
+
+    int64_t take();
+    int64_t peek() const { return values_[next_]; }
+
+  private:
+    Series() = default;
+
+    std::vector<int64_t> values_;
+    size_t next_ = 0;
+};
+
+/** What can be dialled in on a device, besides the texts and faults of single nodes. */
+class Settings {
+  public:
+    /**
+     * Sets `key` to `value`, a series unless the list of keys says otherwise. Throws
+     * std::invalid_argument if there is no such key or the value does not fit.
+     */
+    void set(std::string_view key, std::string_view value);
+
+    Series& series(const std::string& key) { return series_.at(key); }
+    int64_t number(const std::string& key) const { return series_.at(key).peek(); }
+
+    /** The keys with what they mean, a line each, for a help text. */
+    static std::string describe();
+
+  private:
+    static std::map<std::string, Series, std::less<>> defaults();
+
+    std::map<std::string, Series, std::less<>> series_ = defaults();
+};
+
+}  // namespace sim

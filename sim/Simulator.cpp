@@ -1,0 +1,199 @@
+#include "sim/Simulator.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <android-base/properties.h>
+
+#include "sim/Clock.h"
+#include "sim/Profile.h"
+#include "sim/Server.h"
+#include "sim/Settings.h"
+
+namespace sim {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+class Fd {
+  public:
+    Fd(int fd, const char* what) : fd_(fd) {
+        if (fd_ < 0) fail(what);
+    }
+    ~Fd() { ::close(fd_); }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return fd_; }
+
+  private:
+    const int fd_;
+};
+
+void writeFile(const char* path, std::string_view text) {
+    const Fd file(open(path, O_WRONLY | O_CLOEXEC), path);
+    if (write(file.get(), text.data(), text.size()) < 0) fail(path);
+}
+
+std::string readFile(const char* path) {
+    const Fd file(open(path, O_RDONLY | O_CLOEXEC), path);
+    std::string text;
+    char chunk[65536];
+    ssize_t size;
+    while ((size = read(file.get(), chunk, sizeof(chunk))) > 0) text.append(chunk, size);
+    return text;
+}
+
+/** Makes this process root of a user namespace of its own, where it may mount and chroot. */
+void becomeRoot() {
+    const std::string uid = std::to_string(geteuid());
+    const std::string gid = std::to_string(getegid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        fail("the system allows no user namespace; try as root");
+    }
+    writeFile("/proc/self/setgroups", "deny");
+    writeFile("/proc/self/uid_map", "0 " + uid + " 1");
+    writeFile("/proc/self/gid_map", "0 " + gid + " 1");
+}
+
+/** Makes a file system served by `fuse` that is mounted nowhere, and returns its root. */
+int makeFileSystem(int fuse) {
+    const Fd context(fsopen("fuse", FSOPEN_CLOEXEC), "the kernel offers no FUSE file system");
+    const auto set = [&](const char* key, const std::string& value) {
+        if (fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) != 0) fail(key);
+    };
+    set("fd", std::to_string(fuse));
+    set("rootmode", "40000");
+    set("user_id", std::to_string(geteuid()));
+    set("group_id", std::to_string(getegid()));
+    if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) {
+        fail("the system allows no FUSE file system; try as root");
+    }
+    return fsmount(context.get(), FSMOUNT_CLOEXEC, 0);
+}
+
+/** Serves the device in a process of its own, which ends with this one. */
+void serve(int fuse, int root, const Profile& profile, bool mtk) {
+    const pid_t pid = fork();
+    if (pid < 0) fail("fork");
+    if (pid > 0) return;
+    // What ends the user's program from a terminal must not end the device before it.
+    signal(SIGINT, SIG_IGN);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    close(root);
+    Server(profile, mtk).run(fuse);
+    _exit(0);
+}
+
+/** Makes the file system `root` all that this process sees. */
+void enter(int root) {
+    if (fchdir(root) != 0 || chroot(".") != 0) fail("cannot enter the simulated device");
+}
+
+std::vector<std::pair<std::string, std::string>> parseSettings(std::string_view text) {
+    std::vector<std::pair<std::string, std::string>> settings;
+    while (!text.empty()) {
+        const std::string_view setting = text.substr(0, text.find(','));
+        const size_t equals = setting.find('=');
+        if (equals == std::string_view::npos) {
+            throw std::invalid_argument("\"" + std::string(setting) + "\" is not KEY=VALUE");
+        }
+        settings.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
+        text.remove_prefix(std::min(setting.size() + 1, text.size()));
+    }
+    return settings;
+}
+
+unsigned parsePace(const std::string& text) {
+    unsigned pace = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pace);
+    if (error != std::errc() || *end != '\0') throw std::invalid_argument("pace takes a number");
+    return pace;
+}
+
+}  // namespace
+
+Simulator::Simulator(std::string_view device) {
+    const std::string_view name = device.substr(0, device.find(','));
+    const Profile& profile = findProfile(name);
+    device.remove_prefix(std::min(name.size() + 1, device.size()));
+    std::string platform = "qcom";
+    std::vector<std::pair<std::string, std::string>> settings;
+    for (auto& [key, value] : parseSettings(device)) {
+        if (key == "platform") {
+            platform = value;
+        } else if (key == "pace") {
+            setPace(parsePace(value));
+        } else {
+            settings.emplace_back(std::move(key), std::move(value));
+        }
+    }
+    if (platform != "qcom" && platform != "mtk") {
+        throw std::invalid_argument("platform is qcom or mtk");
+    }
+
+    if (geteuid() != 0) becomeRoot();
+    const Fd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
+    const Fd root(makeFileSystem(fuse.get()), "fsmount");
+    serve(fuse.get(), root.get(), profile, platform == "mtk");
+    enter(root.get());
+
+    startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
+    android::base::SetProperty("ro.hardware", platform);
+    for (const auto& [key, value] : settings) set(key, value);
+}
+
+void Simulator::set(const std::string& key, const std::string& value) {
+    try {
+        writeFile("/.sim/set", key + "=" + value);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::invalid_argument) throw;
+        throw std::invalid_argument("the device cannot be set to \"" + key + "=" + value + "\"");
+    }
+}
+
+std::string Simulator::trace() const {
+    return readFile("/.sim/trace");
+}
+
+void Simulator::clearTrace() {
+    writeFile("/.sim/trace", " ");
+}
+
+void Simulator::note(std::string_view line) {
+    writeFile("/.sim/note", line);
+}
+
+std::string Simulator::optimised() const {
+    return readFile("/.sim/optimised");
+}
+
+void Simulator::setOptimised(std::string_view ranges) {
+    if (!ranges.empty()) writeFile("/.sim/optimised", ranges);
+}
+
+std::string Simulator::describe() {
+    std::string text = "Device profiles:\n";
+    for (const Profile& profile : profiles()) text += "  " + profile.name + "\n";
+    return text + "\nSettings, added as \",KEY=VALUE\" (several values with \"/\" are used in turn, " +
+           "\"stuck\" lasts for ever):\n" + Settings::describe() +
+           "  platform=qcom            host controller, qcom or mtk\n"
+           "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
+           "  node.NAME=TEXT           what a node has its readers read\n"
+           "  fault.NAME=FAULT         missing, unreadable, unwritable, read-error, write-error\n";
+}
+
+}  // namespace sim

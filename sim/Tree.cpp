@@ -1,0 +1,140 @@
+#include "sim/Tree.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace sim {
+
+std::string nameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+Tree::Entry& Tree::add(const std::string& path, mode_t type) {
+    const auto [entry, added] = entries_.try_emplace(path);
+    if (added) {
+        entry->second.type = type;
+        const size_t slash = path.rfind('/');
+        add(slash == 0 ? "/" : path.substr(0, slash), S_IFDIR).names.push_back(nameOf(path));
+    }
+    return entry->second;
+}
+
+void Tree::addDirectory(const std::string& path) {
+    add(path, S_IFDIR);
+}
+
+void Tree::addFile(const std::string& path, File file) {
+    add(path, S_IFREG).file = std::move(file);
+}
+
+void Tree::addLink(const std::string& path, std::string target) {
+    add(path, S_IFLNK).target = std::move(target);
+}
+
+void Tree::setSpace(const std::string& path, std::function<struct statvfs()> space) {
+    addDirectory(path);
+    spaces_[path] = std::move(space);
+}
+
+void Tree::script(const std::string& name, std::vector<std::string> texts) {
+    scripts_[name] = {std::move(texts)};
+}
+
+void Tree::setFault(const std::string& name, Fault fault) {
+    faults_[name] = fault;
+}
+
+const Tree::Entry* Tree::find(const std::string& path) const {
+    const auto entry = entries_.find(path);
+    if (entry == entries_.end() || fault(path).missing) return nullptr;
+    return &entry->second;
+}
+
+Fault Tree::fault(const std::string& path) const {
+    const auto fault = faults_.find(nameOf(path));
+    return fault == faults_.end() ? Fault{} : fault->second;
+}
+
+int Tree::attributes(const std::string& path, struct stat& attributes) const {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENOENT;
+    const mode_t readable = entry->file.show ? 0444 : 0;
+    const mode_t writable = entry->file.store ? 0200 : 0;
+    attributes = {};
+    attributes.st_nlink = 1;
+    switch (entry->type) {
+        case S_IFREG:
+            attributes.st_mode = S_IFREG | readable | writable;
+            // Says nothing about the text, as in sysfs.
+            attributes.st_size = 4096;
+            break;
+        case S_IFLNK:
+            attributes.st_mode = S_IFLNK | 0777;
+            attributes.st_size = static_cast<off_t>(entry->target.size());
+            break;
+        default:
+            attributes.st_mode = S_IFDIR | 0755;
+    }
+    return 0;
+}
+
+int Tree::link(const std::string& path, std::string& target) const {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENOENT;
+    if (entry->type != S_IFLNK) return -EINVAL;
+    target = entry->target;
+    return 0;
+}
+
+int Tree::list(const std::string& path, std::vector<std::string>& names) const {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENOENT;
+    if (entry->type != S_IFDIR) return -ENOTDIR;
+    const std::string directory = path == "/" ? path : path + "/";
+    for (const std::string& name : entry->names) {
+        if (find(directory + name) != nullptr) names.push_back(name);
+    }
+    return 0;
+}
+
+int Tree::space(const std::string& path, struct statvfs& space) const {
+    if (find(path) == nullptr) return -ENOENT;
+    space = {};
+    for (const auto& [below, answer] : spaces_) {
+        if (path.compare(0, below.size(), below) == 0) space = answer();
+    }
+    return 0;
+}
+
+int Tree::open(const std::string& path, bool reads, bool writes) const {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENOENT;
+    if (reads && (!entry->file.show || fault(path).unreadable)) return -EACCES;
+    if (writes && (!entry->file.store || fault(path).unwritable)) return -EACCES;
+    return 0;
+}
+
+int Tree::read(const std::string& path, std::string& text) {
+    const Entry* entry = find(path);
+    // What a driver's file says that went away while it was open.
+    if (entry == nullptr) return -ENODEV;
+    if (fault(path).read_error) return -EIO;
+    const auto script = scripts_.find(nameOf(path));
+    if (script == scripts_.end()) {
+        text = entry->file.show();
+    } else {
+        Script& lines = script->second;
+        text = lines.texts[lines.next];
+        if (lines.next + 1 < lines.texts.size()) ++lines.next;
+    }
+    return 0;
+}
+
+int Tree::write(const std::string& path, std::string_view text) {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENODEV;
+    if (fault(path).write_error) return -EIO;
+    return entry->file.store(text);
+}
+
+}  // namespace sim

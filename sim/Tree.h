@@ -1,0 +1,86 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+/** A file of the simulated phone, as its driver serves it. */
+struct File {
+    /** The text that a reader gets; a file without it cannot be read. */
+    std::function<std::string()> show;
+    /**
+     * Takes one store, that is one write(2), and returns 0 or a negative errno; a file without it
+     * cannot be written.
+     */
+    std::function<int(std::string_view)> store;
+};
+
+/** What is wrong with a file. */
+struct Fault {
+    bool missing = false;
+    bool unreadable = false;
+    bool unwritable = false;
+    bool read_error = false;
+    bool write_error = false;
+};
+
+/** The files of the simulated phone under their absolute paths. */
+class Tree {
+  public:
+    void addDirectory(const std::string& path);
+    void addFile(const std::string& path, File file);
+    void addLink(const std::string& path, std::string target);
+    /** Has statfs(2) answer with `space` at `path` and below. */
+    void setSpace(const std::string& path, std::function<struct statvfs()> space);
+
+    /**
+     * Has the file called `name`, in whatever directory, answer its readers with `texts`, one
+     * after the other, and go on with the last.
+     */
+    void script(const std::string& name, std::vector<std::string> texts);
+    void setFault(const std::string& name, Fault fault);
+
+    // The answers to the kernel: 0 or more, or a negative errno.
+    int attributes(const std::string& path, struct stat& attributes) const;
+    int link(const std::string& path, std::string& target) const;
+    int list(const std::string& path, std::vector<std::string>& names) const;
+    int space(const std::string& path, struct statvfs& space) const;
+    int open(const std::string& path, bool reads, bool writes) const;
+    int read(const std::string& path, std::string& text);
+    int write(const std::string& path, std::string_view text);
+
+  private:
+    struct Entry {
+        mode_t type = S_IFDIR;
+        File file;
+        std::string target;
+        /** The names in a directory, in the order in which they came. */
+        std::vector<std::string> names;
+    };
+    struct Script {
+        std::vector<std::string> texts;
+        size_t next = 0;
+    };
+
+    Entry& add(const std::string& path, mode_t type);
+    const Entry* find(const std::string& path) const;
+    Fault fault(const std::string& path) const;
+
+    std::map<std::string, Entry> entries_ = {{"/", {}}};
+    std::map<std::string, std::function<struct statvfs()>> spaces_;
+    std::map<std::string, Script> scripts_;
+    std::map<std::string, Fault> faults_;
+};
+
+/** The last component of `path`. */
+std::string nameOf(const std::string& path);
+
+}  // namespace sim
