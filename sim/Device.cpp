@@ -69,8 +69,8 @@ int Operation::state(int idle, int ongoing) const {
 }
 
 Device::Device(const Profile& profile, bool mtk, Tree& tree) : profile_(profile), tree_(tree) {
-    const std::string driver = std::string("/sys/bus/platform/drivers/") +
-                               (mtk ? "ufshcd-mtk" : "ufshcd-qcom");
+    const std::string driver =
+            std::string("/sys/bus/platform/drivers/") + (mtk ? "ufshcd-mtk" : "ufshcd-qcom");
     const std::string controller = mtk ? "112b0000.ufshci" : "1d84000.ufshc";
     const std::string device = "/sys/devices/platform/soc/" + controller;
     for (const char* own : {"bind", "unbind", "uevent"}) {
@@ -95,7 +95,7 @@ void Device::addPhone() {
                                            static_cast<uint32_t>(settings_.number("tbw")));
                    },
                    nullptr});
-    tree_.addLink("/dev/block/mapper/userdata", "/dev/block/dm-5");
+    linkUserdata("/dev/block/dm-5");
     tree_.addFile("/proc/sys/vm/drop_caches", {nullptr, [](std::string_view) { return 0; }});
     tree_.setSpace("/data/user/0", [this] {
         constexpr fsblkcnt_t kBlocksPerGib = (1 << 30) / 4096;
@@ -108,6 +108,10 @@ void Device::addPhone() {
         space.f_bavail = space.f_bfree - space.f_bfree / 20;
         return space;
     });
+}
+
+void Device::linkUserdata(std::string target) {
+    tree_.addLink("/dev/block/mapper/userdata", std::move(target));
 }
 
 void Device::addPlainNode(const std::string& path, std::string value) {
@@ -193,7 +197,7 @@ int Device::control40(std::string_view text) {
     int number;
     if (!parseNumber(text, number)) return -EINVAL;
     settle();
-    const bool idle = operation_.phase() == Operation::Phase::kIdle;
+    const bool idle = operation_.state(kIdle, kOngoing) == kIdle;
     switch (number) {
         case 0:
             startClear(operation_);

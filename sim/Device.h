@@ -52,6 +52,9 @@ class Device {
     Settings& settings() { return settings_; }
     Flash& flash() { return flash_; }
 
+    /** Sets where the link to the userdata volume points. */
+    void linkUserdata(std::string target);
+
     /** Lets `seconds` pass. */
     void advance(int64_t seconds) { now_ += seconds; }
     int64_t now() const { return now_; }

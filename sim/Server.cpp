@@ -153,15 +153,15 @@ void Server::addControls() {
                      if (records_) trace_.append(text) += '\n';
                      return 0;
                  }});
-    add("trace", {[this] { return trace_; }, [this](std::string_view) {
+    add("trace", {[this] { return trace_; },
+                  [this](std::string_view) {
                       trace_.clear();
                       return 0;
                   }});
-    add("optimised",
-        {[this] { return device_.flash().optimised(); },
-         [this](std::string_view text) {
-             return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
-         }});
+    add("optimised", {[this] { return device_.flash().optimised(); },
+                      [this](std::string_view text) {
+                          return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
+                      }});
 }
 
 int Server::set(std::string_view assignment) {
@@ -178,6 +178,8 @@ int Server::set(std::string_view assignment) {
             tree_.script(key.substr(5), split(value, '/'));
         } else if (key.compare(0, 6, "fault.") == 0) {
             return setFault(key.substr(6), value);
+        } else if (key == "userdata") {
+            device_.linkUserdata(std::string(value));
         } else {
             device_.settings().set(key, value);
         }

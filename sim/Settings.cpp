@@ -70,8 +70,7 @@ void Settings::set(std::string_view key, std::string_view value) {
 std::string Settings::describe() {
     std::string text;
     for (const Key& key : kKeys) {
-        std::string line = std::string("  ") + key.name + "=" +
-                           (key.value < 0 ? "" : std::to_string(key.value));
+        std::string line = std::string("  ") + key.name + "=" + std::to_string(key.value);
         line.resize(std::max<size_t>(line.size() + 1, 26), ' ');
         text += line + key.meaning + "\n";
     }

@@ -188,10 +188,12 @@ void Simulator::setOptimised(std::string_view ranges) {
 std::string Simulator::describe() {
     std::string text = "Device profiles:\n";
     for (const Profile& profile : profiles()) text += "  " + profile.name + "\n";
-    return text + "\nSettings, added as \",KEY=VALUE\" (several values with \"/\" are used in turn, " +
+    return text +
+           "\nSettings, added as \",KEY=VALUE\" (several values with \"/\" are used in turn, " +
            "\"stuck\" lasts for ever):\n" + Settings::describe() +
            "  platform=qcom            host controller, qcom or mtk\n"
            "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
+           "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
            "  node.NAME=TEXT           what a node has its readers read\n"
            "  fault.NAME=FAULT         missing, unreadable, unwritable, read-error, write-error\n";
 }

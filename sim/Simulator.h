@@ -33,6 +33,7 @@ class Simulator {
      *     one again and again;
      *   "fault.NAME": what is wrong with the node: missing, unreadable, unwritable, read-error,
      *     write-error or none, several with "/" between;
+     *   "userdata": where the link to the userdata volume points;
      *   "record", "print": 1 to keep the traffic for trace(), or to print it on standard error.
      * Throws std::invalid_argument if the device does not take it.
      */

@@ -1,0 +1,126 @@
+#include "Phone.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include <android/log.h>
+
+#include "host/LogSink.h"
+#include "sim/Clock.h"
+
+namespace {
+
+/** Everything that the service may ever write. */
+const std::set<std::string> kWritten = {
+        "debug",          "fbo_exe_level",  "fbo_wholefile_enable", "fbo_send_lr_list",
+        "fbs_flc_enable", "fbs_defrag_enable", "fbo_operation_control", "fbo_err_cnt",
+        "fbo_retry_cnt",  "drop_caches",
+};
+
+}  // namespace
+
+std::vector<std::string> lines(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+void Phone::start(const std::string& device) {
+    phone_ = std::make_unique<sim::Simulator>(device);
+    set("record", "1");
+    host::setLogSink([this](int priority, const char* tag, const char* text) {
+        static const std::regex kForm("(\\w+):[1-9][0-9]*: ([^]*)");
+        std::cmatch parts;
+        ASSERT_STREQ(tag, "mem_fbo");
+        ASSERT_TRUE(std::regex_match(text, parts, kForm)) << text;
+        std::string line = parts[2];
+        std::replace(line.begin(), line.end(), '\n', '|');
+        phone_->note(std::string("log ") + "??VDIWE"[priority] + " " + parts[1].str() + " " + line);
+        if (action_ && line.find(awaited_) != std::string::npos) action_();
+    });
+    service = new Fbo;
+    descriptors_ = openDescriptors();
+}
+
+void Phone::TearDown() {
+    if (!phone_) return;
+    EXPECT_EQ(openDescriptors(), descriptors_) << "descriptors left open";
+    for (const std::string& write : events("write ")) {
+        EXPECT_EQ(kWritten.count(write.substr(0, write.find(' '))), 1u) << write;
+    }
+    host::setLogSink(nullptr);
+}
+
+std::vector<int> Phone::openDescriptors() const {
+    std::vector<int> open;
+    for (int fd = 0; fd < 256; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0) open.push_back(fd);
+    }
+    return open;
+}
+
+std::vector<std::string> Phone::events() {
+    const std::string trace = phone_->trace();
+    phone_->clearTrace();
+    return lines(trace);
+}
+
+std::vector<std::string> Phone::events(const std::string& what) {
+    std::vector<std::string> chosen;
+    for (const std::string& event : events()) {
+        if (event.compare(0, what.size(), what) == 0) chosen.push_back(event.substr(what.size()));
+    }
+    return chosen;
+}
+
+std::vector<std::string> Phone::story(const std::string& function) {
+    static const std::regex kLog("log (.) (\\w+) (\\[\\w+-HAL\\] ?)?(.*)");
+    std::vector<std::string> story;
+    for (const std::string& event : events()) {
+        std::smatch parts;
+        if (!std::regex_match(event, parts, kLog)) {
+            story.push_back(event);
+        } else if (parts[2] == function) {
+            story.push_back(parts[1].str() + " " + parts[4].str());
+        }
+    }
+    return story;
+}
+
+void Phone::onLog(const std::string& text, std::function<void()> action) {
+    awaited_ = text;
+    action_ = std::move(action);
+}
+
+bool Phone::logged(const std::string& line) {
+    const std::vector<std::string> events = lines(phone_->trace());
+    return std::find(events.begin(), events.end(), "log " + line) != events.end();
+}
+
+std::string Phone::trigger(const std::string& text) {
+    std::string answer;
+    int answers = 0;
+    service->FBO_trigger(text, [&](const hidl_string& result) {
+        answer = result;
+        ++answers;
+    });
+    EXPECT_EQ(answers, 1);
+    return answer;
+}
+
+std::string Phone::stateCtl(const std::string& text) {
+    std::string answer;
+    service->FBO_stateCtl(text, [&](const hidl_string& result) { answer = result; });
+    return answer;
+}
+
+void Phone::tellAtSleep(int sleep, const std::string& text) {
+    sim::onSleep([this, sleep, text, count = 0]() mutable {
+        if (++count == sleep) stateCtl(text);
+    });
+}

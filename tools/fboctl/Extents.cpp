@@ -1,0 +1,144 @@
+#include "Extents.h"
+
+#include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <system_error>
+
+namespace fboctl {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr uint64_t kBlockSize = 4096;
+constexpr uint32_t kExtentsAtOnce = 256;
+
+/** Why an extent with these flags has no blocks to name; null if it has. */
+const char* whyNoBlocks(uint32_t flags) {
+    if (flags & FIEMAP_EXTENT_DELALLOC) return "not on the device yet";
+    if (flags & FIEMAP_EXTENT_DATA_INLINE) return "kept in its inode";
+    if (flags & FIEMAP_EXTENT_DATA_TAIL) return "shares a block with other files";
+    if (flags & FIEMAP_EXTENT_ENCODED) return "compressed or encrypted by the file system";
+    if (flags & FIEMAP_EXTENT_UNKNOWN) return "the file system does not say where it lies";
+    return nullptr;
+}
+
+std::string describeError(int error) {
+    if (error == EOPNOTSUPP || error == ENOTTY) {
+        return "its file system does not tell where files lie (no FIEMAP)";
+    }
+    return strerror(error);
+}
+
+void addExtent(const fiemap_extent& extent, uint64_t first_block, std::vector<BlockRange>& ranges) {
+    // A piece that is not of whole blocks counts with the blocks that it touches.
+    const uint64_t start = extent.fe_physical / kBlockSize + first_block;
+    const uint64_t end =
+            (extent.fe_physical + extent.fe_length + kBlockSize - 1) / kBlockSize + first_block;
+    if (!ranges.empty() && start == ranges.back().start + ranges.back().count) {
+        ranges.back().count += end - start;
+    } else {
+        ranges.push_back({start, end - start});
+    }
+}
+
+/** Asks for all extents of `fd`. Returns why that cannot be done; an empty text if it can. */
+std::string readFiemap(int fd, uint64_t first_block, std::vector<BlockRange>& ranges) {
+    const auto buffer =
+            std::make_unique<char[]>(sizeof(fiemap) + kExtentsAtOnce * sizeof(fiemap_extent));
+    auto* map = reinterpret_cast<fiemap*>(buffer.get());
+    for (uint64_t start = 0;;) {
+        memset(map, 0, sizeof(*map));
+        map->fm_start = start;
+        map->fm_length = FIEMAP_MAX_OFFSET - start;
+        map->fm_flags = FIEMAP_FLAG_SYNC;
+        map->fm_extent_count = kExtentsAtOnce;
+        if (ioctl(fd, FS_IOC_FIEMAP, map) != 0) return describeError(errno);
+        for (uint32_t i = 0; i < map->fm_mapped_extents; ++i) {
+            const fiemap_extent& extent = map->fm_extents[i];
+            if (const char* why = whyNoBlocks(extent.fe_flags)) return why;
+            // Space that is reserved but never written has nothing to optimise.
+            if (!(extent.fe_flags & FIEMAP_EXTENT_UNWRITTEN)) {
+                addExtent(extent, first_block, ranges);
+            }
+            if (extent.fe_flags & FIEMAP_EXTENT_LAST) return {};
+            start = extent.fe_logical + extent.fe_length;
+        }
+        if (map->fm_mapped_extents == 0) return {};
+    }
+}
+
+/** Adds the regular files below `directory`, in the order of their names. */
+void addDirectory(const fs::path& directory, uint64_t first_block,
+                  std::vector<FileExtents>& files) {
+    std::error_code error;
+    std::vector<fs::directory_entry> entries;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        entries.push_back(*entry);
+    }
+    if (error) {
+        files.push_back({directory, {}, error.message()});
+        return;
+    }
+    std::sort(entries.begin(), entries.end());
+    for (const fs::directory_entry& entry : entries) {
+        const fs::file_type type = entry.symlink_status(error).type();
+        if (type == fs::file_type::directory) {
+            addDirectory(entry.path(), first_block, files);
+        } else if (type == fs::file_type::regular) {
+            files.push_back(readExtents(entry.path(), first_block));
+        }
+    }
+}
+
+}  // namespace
+
+FileExtents readExtents(const fs::path& path, uint64_t first_block) {
+    FileExtents file{path, {}, {}};
+    // Not blocking: a pipe must not hold the others up.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        file.error = strerror(errno);
+        return file;
+    }
+    struct stat attributes;
+    if (fstat(fd, &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
+        file.error = "not a regular file";
+    } else {
+        file.error = readFiemap(fd, first_block, file.ranges);
+        if (!file.error.empty()) file.ranges.clear();
+    }
+    close(fd);
+    return file;
+}
+
+std::vector<FileExtents> collectExtents(const std::vector<fs::path>& paths, uint64_t first_block) {
+    std::vector<FileExtents> files;
+    for (const fs::path& path : paths) {
+        std::error_code error;
+        if (fs::is_directory(path, error)) {
+            addDirectory(path, first_block, files);
+        } else {
+            files.push_back(readExtents(path, first_block));
+        }
+    }
+    return files;
+}
+
+void appendRanges(std::string& request, const std::vector<BlockRange>& ranges) {
+    for (const BlockRange& range : ranges) {
+        request += std::to_string(range.start) + "," + std::to_string(range.count) + ",";
+    }
+}
+
+}  // namespace fboctl

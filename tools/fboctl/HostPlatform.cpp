@@ -1,0 +1,100 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "Platform.h"
+#include "fbo/Fbo.h"
+#include "host/LogSink.h"
+#include "sim/Simulator.h"
+
+namespace fboctl {
+
+namespace {
+
+using vendor::nivora::hardware::fbo::implementation::Fbo;
+
+/** The file that keeps the flash's state; opened before the device hides it. */
+class StateFile {
+  public:
+    explicit StateFile(const std::string& path) {
+        if (path.empty()) return;
+        fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        if (fd_ < 0) throw std::system_error(errno, std::generic_category(), path);
+    }
+    ~StateFile() {
+        if (fd_ >= 0) close(fd_);
+    }
+    StateFile(const StateFile&) = delete;
+    StateFile& operator=(const StateFile&) = delete;
+
+    std::string read() const {
+        std::string text;
+        char chunk[4096];
+        ssize_t size;
+        while (fd_ >= 0 && (size = pread(fd_, chunk, sizeof(chunk), text.size())) > 0) {
+            text.append(chunk, size);
+        }
+        return text;
+    }
+
+    void write(const std::string& text) const {
+        if (fd_ < 0) return;
+        if (ftruncate(fd_, 0) != 0 ||
+            pwrite(fd_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+            throw std::system_error(errno, std::generic_category(), "state file");
+        }
+    }
+
+  private:
+    int fd_ = -1;
+};
+
+/** A host with a simulated device, and an Fbo of this process registered for it. */
+class SimulatedHost : public Platform {
+  public:
+    SimulatedHost(const SimOptions& sim, LogReader reader)
+        : state_(sim.state_file), simulator_(sim.device) {
+        host::setLogSink([reader = std::move(reader)](int priority, const char*, const char* text) {
+            if (reader) reader("??VDIWEF"[priority & 7], text);
+        });
+        simulator_.setOptimised(state_.read());
+        if (sim.trace) simulator_.set("print", "1");
+        const android::sp<Fbo> service = new Fbo;
+        if (service->registerAsService() != android::OK) {
+            throw std::runtime_error("the service cannot be registered");
+        }
+    }
+
+    ~SimulatedHost() override {
+        host::setLogSink(nullptr);
+        try {
+            state_.write(simulator_.optimised());
+        } catch (const std::exception& error) {
+            fprintf(stderr, "fboctl: the device's state is not kept: %s\n", error.what());
+        }
+    }
+
+  private:
+    const StateFile state_;
+    sim::Simulator simulator_;
+};
+
+}  // namespace
+
+std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader) {
+    if (!sim.device.empty()) return std::make_unique<SimulatedHost>(sim, std::move(reader));
+    if (sim.trace || !sim.state_file.empty()) {
+        throw std::invalid_argument("--trace and --sim-state need --sim");
+    }
+    // A host without a device: no service is to be found.
+    return std::make_unique<Platform>();
+}
+
+std::string describeSim() {
+    return sim::Simulator::describe();
+}
+
+}  // namespace fboctl

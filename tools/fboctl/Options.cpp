@@ -1,0 +1,118 @@
+#include "Options.h"
+
+#include <getopt.h>
+
+#include <charconv>
+#include <cstring>
+
+namespace fboctl {
+
+const char kHelp[] = R"(fboctl - asks a phone's UFS storage service, and tries it without a phone
+
+Usage: fboctl [OPTION…] COMMAND [ARGUMENT…]
+
+Commands:
+  support               Is defragmentation inside the flash (FBO) supported?
+  defrag FILE|DIR…      Find where the files lie and defragment them.
+  trigger RANGES        Defragment ranges: START,COUNT,START,COUNT,…  With "-" they are read from
+                        standard input, where line ends and blanks do not count.
+  stop                  Stop the run that is under way, from another terminal.
+  continue              Take back a stop that has not been noticed yet.
+
+Options:
+  --first-block N       defrag: the block of the unit, in 4 KiB, at which the file system begins
+  --raw                 trigger: send the text as it stands; otherwise the comma that the service
+                        wants after the last number is added where it is missing
+  --json                Print the result as JSON
+  --log                 Show the service's log on standard error
+  --sim DEVICE          On a host: run the service on a simulated device, such as ufs40:samsung
+                        or ufs31:kioxia,analysis=stuck. "--sim list" shows devices and settings
+  --sim-state FILE      Keep in FILE what the simulated flash has optimised
+  --trace               Show the simulated device's node traffic on standard error
+  --help                Show this
+
+Ctrl-C asks a run to stop; it ends as soon as the device is idle and its figures are shown all
+the same. A second Ctrl-C ends fboctl.
+
+Exit status: 0 done; 1 the answer is no, or it failed or was stopped; 2 wrong usage; 3 no service,
+or an error escaped the call.
+
+Examples:
+  fboctl support                                    on a phone, as root
+  fboctl defrag --first-block 262144 /data/app
+  fboctl --sim ufs40:samsung defrag ~/Pictures
+  fboctl --sim ufs31:kioxia --log --trace trigger 81920,64,204800,128
+  fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
+)";
+
+namespace {
+
+enum Option { kFirstBlock = 256, kRaw, kJson, kLog, kSim, kSimState, kTrace };
+
+constexpr option kOptions[] = {
+        {"first-block", required_argument, nullptr, kFirstBlock},
+        {"raw", no_argument, nullptr, kRaw},
+        {"json", no_argument, nullptr, kJson},
+        {"log", no_argument, nullptr, kLog},
+        {"sim", required_argument, nullptr, kSim},
+        {"sim-state", required_argument, nullptr, kSimState},
+        {"trace", no_argument, nullptr, kTrace},
+        {"help", no_argument, nullptr, 'h'},
+        {nullptr, 0, nullptr, 0},
+};
+
+uint64_t parseBlock(const char* text) {
+    uint64_t block = 0;
+    const auto [end, error] = std::from_chars(text, text + strlen(text), block);
+    if (error != std::errc() || *end != '\0') {
+        throw UsageError("--first-block takes a number, not \"" + std::string(text) + "\"");
+    }
+    return block;
+}
+
+void apply(int option, Options& options) {
+    switch (option) {
+        case kFirstBlock:
+            options.first_block = parseBlock(optarg);
+            break;
+        case kRaw:
+            options.raw = true;
+            break;
+        case kJson:
+            options.json = true;
+            break;
+        case kLog:
+            options.log = true;
+            break;
+        case kSim:
+            options.sim.device = optarg;
+            break;
+        case kSimState:
+            options.sim.state_file = optarg;
+            break;
+        case kTrace:
+            options.sim.trace = true;
+            break;
+        case 'h':
+            options.help = true;
+            break;
+        default:
+            // getopt has said what is wrong.
+            throw UsageError("");
+    }
+}
+
+}  // namespace
+
+Options parseOptions(int argc, char** argv) {
+    Options options;
+    int option;
+    while ((option = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1) {
+        apply(option, options);
+    }
+    if (optind < argc) options.command = argv[optind++];
+    options.arguments.assign(argv + optind, argv + argc);
+    return options;
+}
+
+}  // namespace fboctl

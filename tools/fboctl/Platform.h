@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace fboctl {
+
+/** Takes a line of the service's log: its priority as logcat's letter, and its text. */
+using LogReader = std::function<void(char priority, const std::string& text)>;
+
+/** How the user wants the simulated device; a phone has none. */
+struct SimOptions {
+    /** A device as sim::Simulator takes it; empty for none. */
+    std::string device;
+    /** A file that keeps what the flash has optimised from one run to the next; may be empty. */
+    std::string state_file;
+    /** Whether to print the node traffic. */
+    bool trace = false;
+};
+
+/** What a host does in its own way and a phone in another; it ends with this object. */
+class Platform {
+  public:
+    virtual ~Platform() = default;
+};
+
+/**
+ * Makes ready what IFbo::getService() finds, and hands the lines that the service logs from now on
+ * to `reader`, on any thread; an empty reader wants none. Throws std::invalid_argument if the
+ * options do not fit, another std::exception if the system does not allow it.
+ */
+std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader);
+
+/** The simulated devices that there are, for a help text. */
+std::string describeSim();
+
+}  // namespace fboctl
