@@ -41,12 +41,6 @@ inline void PrintTo(const EngineCase& row, std::ostream* out) {
     *out << row.settings;
 }
 
-/** The last `count` of `events`. */
-inline std::vector<std::string> tail(std::vector<std::string> events, size_t count) {
-    if (events.size() > count) events.erase(events.begin(), events.end() - count);
-    return events;
-}
-
 class EngineTest : public Phone, public testing::WithParamInterface<EngineCase> {
   protected:
     template <typename Engine>

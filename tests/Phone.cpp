@@ -16,7 +16,7 @@ namespace {
 
 /** Everything that the service may ever write. */
 const std::set<std::string> kWritten = {
-        "debug",          "fbo_exe_level",  "fbo_wholefile_enable", "fbo_send_lr_list",
+        "debug",          "fbo_exe_level",     "fbo_wholefile_enable",  "fbo_send_lr_list",
         "fbs_flc_enable", "fbs_defrag_enable", "fbo_operation_control", "fbo_err_cnt",
         "fbo_retry_cnt",  "drop_caches",
 };
@@ -28,6 +28,11 @@ std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> lines;
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
+}
+
+std::vector<std::string> tail(std::vector<std::string> events, size_t count) {
+    if (events.size() > count) events.erase(events.begin(), events.end() - count);
+    return events;
 }
 
 void Phone::start(const std::string& device) {

@@ -63,3 +63,6 @@ class Phone : public testing::Test {
 
 /** `text` cut at its line ends. */
 std::vector<std::string> lines(const std::string& text);
+
+/** The last `count` of `events`. */
+std::vector<std::string> tail(std::vector<std::string> events, size_t count);

@@ -1,0 +1,175 @@
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+namespace {
+
+struct Outcome {
+    int status;
+    /** Standard output, with what went to standard error among it. */
+    std::string output;
+};
+
+Outcome finish(FILE* pipe, std::string output = {}) {
+    char chunk[4096];
+    size_t size;
+    while ((size = fread(chunk, 1, sizeof(chunk), pipe)) > 0) output.append(chunk, size);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), output};
+}
+
+/** Runs fboctl as a shell would, with its errors in the output. */
+Outcome fboctl(const std::string& arguments) {
+    return finish(popen((std::string("exec 2>&1; ") + arguments).c_str(), "r"));
+}
+
+std::string tool(const std::string& arguments) {
+    return std::string(FBOCTL) + " " + arguments;
+}
+
+Json::Value parse(const std::string& text) {
+    Json::Value value;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    std::string errors;
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << text;
+    return value;
+}
+
+struct StatusCase {
+    const char* arguments;
+    int status;
+    /** Stands in the output. */
+    const char* text;
+};
+
+void PrintTo(const StatusCase& row, std::ostream* out) {
+    *out << row.arguments;
+}
+
+class FboctlStatus : public testing::TestWithParam<StatusCase> {};
+
+TEST_P(FboctlStatus, IsWhatTheHelpSays) {
+    const Outcome outcome = fboctl(tool(GetParam().arguments));
+    EXPECT_EQ(outcome.status, GetParam().status) << outcome.output;
+    EXPECT_NE(outcome.output.find(GetParam().text), std::string::npos) << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        , FboctlStatus,
+        testing::Values(
+                StatusCase{"--help", 0, "Exit status"}, StatusCase{"--sim list", 0, "ufs31:kioxia"},
+                StatusCase{"--sim ufs40:samsung support", 0, "FBO: supported"},
+                StatusCase{"--sim ufs31:wdc,wear=2400 support", 1, "FBO: not supported"},
+                StatusCase{"--sim ufs40:kioxia,platform=mtk stop", 0, "stop: sent"},
+                StatusCase{"--sim ufs40:kioxia continue --json", 0, "\"continue\""},
+                StatusCase{"--sim ufs40:micron trigger 1,2,9,2", 0, "before: 9728, after: 256"},
+                StatusCase{"--sim ufs40:micron,analysis_end=9 trigger 1,2,9,2", 1, "1 of 1 zones"},
+                StatusCase{"--sim ufs40:micron --raw trigger 1", 1, "did not take the request"},
+                StatusCase{"--sim ufs40:micron --log --raw trigger 1,29", 0, "lba is: 1,2 ."},
+                StatusCase{"--sim ufs31:micron --trace trigger 1,2", 0,
+                           "0 s  write fbo_send_lr_list \"1,2\\n\""},
+                StatusCase{"", 2, "no command"},
+                StatusCase{"frobnicate", 2, "no command \"frobnicate\""},
+                StatusCase{"trigger", 2, "something is missing"},
+                StatusCase{"support me", 2, "too much"},
+                StatusCase{"--nonsense support", 2, "--help"},
+                StatusCase{"defrag --first-block x .", 2, "takes a number"},
+                StatusCase{"--trace support", 2, "need --sim"},
+                StatusCase{"--sim ufs50:samsung support", 2, "no device profile"},
+                StatusCase{"--sim ufs40:samsung,colour=red support", 2, "colour=red"},
+                StatusCase{"support", 3, "no service"},
+                StatusCase{"--sim ufs40:wdc,node.fbo_prog_state=odd trigger 1,2", 3,
+                           "an error escaped the call: stoi"}));
+
+TEST(Fboctl, ReadsRangesFromStandardInput) {
+    const Outcome outcome = fboctl("printf '1,2,\\n 3,4\\n' | " + tool("--sim ufs40:wdc,ranges=1 "
+                                                                       "--json trigger - 2>&-"));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(parse(outcome.output)["zones"], 2);
+}
+
+/** A directory's files in order, with what cannot be done named, and a second run that pays. */
+TEST(Fboctl, DefragmentsFiles) {
+    const Outcome made =
+            fboctl("rm -rf fboctl_files && mkdir -p fboctl_files/sub && cd fboctl_files && "
+                   "head -c 28672 /dev/urandom > holes; sync holes; "
+                   "for i in 1 3 5; do fallocate -p -o $((i * 4096)) -l 4096 holes; done; "
+                   "head -c 9000 /dev/urandom > sub/plain; touch empty; ln -s plain sub/link");
+    ASSERT_EQ(made.status, 0) << made.output;
+    const std::string command = tool(
+            "--sim ufs40:samsung --sim-state fboctl_files.state --json --first-block 1000000000000 "
+            "defrag fboctl_files /dev/null nowhere 2>&-");
+    const Outcome outcome = fboctl("rm -f fboctl_files.state; " + command);
+    const Json::Value result = parse(outcome.output);
+    const Json::Value& files = result["files"];
+    ASSERT_EQ(files.size(), 5u) << outcome.output;
+    EXPECT_EQ(files[0]["path"], "fboctl_files/empty");
+    EXPECT_EQ(files[1]["path"], "fboctl_files/holes");
+    EXPECT_EQ(files[2]["path"], "fboctl_files/sub/plain");
+    EXPECT_EQ(files[3]["error"], "not a regular file");
+    EXPECT_EQ(files[4]["error"], "No such file or directory");
+    if (files[1].isMember("error")) GTEST_SKIP() << files[1]["error"].asString();
+    EXPECT_EQ(outcome.status, 0);
+    uint64_t blocks = 0;
+    for (const Json::Value& range : files[2]["ranges"]) {
+        EXPECT_GT(range[0].asUInt64(), 1000000000000u);
+        blocks += range[1].asUInt64();
+    }
+    EXPECT_EQ(blocks, 3u);
+    const Json::Value again = parse(fboctl(command).output);
+    EXPECT_LT(again["before"].asInt(), result["before"].asInt());
+    EXPECT_EQ(again["before"], result["after"]);
+}
+
+/** Reads `pipe` until `text` has come. */
+std::string readUntil(FILE* pipe, const std::string& text) {
+    std::string output;
+    int c;
+    while (output.find(text) == std::string::npos && (c = fgetc(pipe)) != EOF) {
+        output += static_cast<char>(c);
+    }
+    return output;
+}
+
+/** A run that never ends by itself: the device fails every time and is asked again. */
+FILE* startEndlessRun() {
+    return popen(("exec 2>&1; echo $$; exec " +
+                  tool("--sim ufs31:samsung,optimise=0,optimise_end=255 trigger 1,2,9,2"))
+                         .c_str(),
+                 "r");
+}
+
+TEST(Fboctl, StopsAtCtrlCAndShowsTheFigures) {
+    FILE* const run = startEndlessRun();
+    std::string output = readUntil(run, "zone 1 of 1");
+    kill(std::stoi(output), SIGINT);
+    const Outcome outcome = finish(run, output);
+    EXPECT_EQ(outcome.status, 1) << outcome.output;
+    EXPECT_NE(outcome.output.find("Stopped after 1 zones.\nFragmentation before: "),
+              std::string::npos)
+            << outcome.output;
+}
+
+/** A device that never gets idle does not stop either; a second Ctrl-C ends the program. */
+TEST(Fboctl, EndsAtTheSecondCtrlC) {
+    FILE* const run = popen(("exec 2>&1; echo $$; exec " +
+                             tool("--sim ufs40:samsung,pace=1,analysis=stuck trigger 1,2,3,4"))
+                                    .c_str(),
+                            "r");
+    std::string output = readUntil(run, "zone 1 of 1");
+    const pid_t pid = std::stoi(output);
+    kill(pid, SIGINT);
+    output += readUntil(run, "give up");
+    kill(pid, SIGINT);
+    EXPECT_EQ(finish(run, output).status, -SIGINT);
+}
+
+}  // namespace
