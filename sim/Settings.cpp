@@ -1,5 +1,6 @@
 #include "sim/Settings.h"
 
+#include <algorithm>
 #include <charconv>
 #include <stdexcept>
 

@@ -15,6 +15,10 @@ struct WearCase {
     int level_10;
 };
 
+void PrintTo(const WearCase& row, std::ostream* out) {
+    *out << row.device;
+}
+
 class Wear : public Phone, public testing::WithParamInterface<WearCase> {};
 
 TEST_P(Wear, IsReadInTheMakersOwnField) {

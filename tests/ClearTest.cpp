@@ -1,5 +1,6 @@
 #include "fbo/defrag/Clear.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "Phone.h"

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <stdexcept>
 
@@ -192,6 +193,10 @@ struct SumCase {
     const char* answer;
     bool larger;
 };
+
+void PrintTo(const SumCase& row, std::ostream* out) {
+    *out << row.levels;
+}
 
 class Sums : public Phone, public testing::WithParamInterface<SumCase> {};
 

@@ -1,5 +1,7 @@
 #include "fbo/defrag/Ufs31.h"
 
+#include <algorithm>
+
 #include "EngineTest.h"
 
 namespace {

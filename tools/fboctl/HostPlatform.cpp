@@ -2,6 +2,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
