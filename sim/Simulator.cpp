@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -132,10 +133,13 @@ Simulator::Simulator(std::string_view device) {
     const Profile& profile = findProfile(name);
     device.remove_prefix(std::min(name.size() + 1, device.size()));
     std::string platform = "qcom";
+    std::optional<std::string> hardware;
     std::vector<std::pair<std::string, std::string>> settings;
     for (auto& [key, value] : parseSettings(device)) {
         if (key == "platform") {
             platform = value;
+        } else if (key == "hardware") {
+            hardware = value;
         } else if (key == "pace") {
             setPace(parsePace(value));
         } else {
@@ -153,7 +157,8 @@ Simulator::Simulator(std::string_view device) {
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
-    android::base::SetProperty("ro.hardware", platform);
+    const std::string property = hardware.value_or(platform);
+    if (!property.empty()) android::base::SetProperty("ro.hardware", property);
     for (const auto& [key, value] : settings) set(key, value);
 }
 
@@ -193,6 +198,7 @@ std::string Simulator::describe() {
            "\nSettings, added as \",KEY=VALUE\" (several values with \"/\" are used in turn, " +
            "\"stuck\" lasts for ever):\n" + Settings::describe() +
            "  platform=qcom            host controller, qcom or mtk\n"
+           "  hardware=                what the property ro.hardware says, if not the platform\n"
            "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
            "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
            "  node.NAME=TEXT           what a node has its readers read\n"

@@ -18,7 +18,9 @@ class Simulator {
   public:
     /**
      * @param device a profile's name, and settings after it: "ufs40:samsung,wear=2400". Besides
-     *     the keys of set() there are "platform" (qcom or mtk) and "pace" (see setPace()).
+     *     the keys of set() there are "platform" (qcom or mtk), "hardware" (the
+     *     property ro.hardware, if it is not to be the platform; empty to leave it unset) and
+     *     "pace" (see setPace()).
      * @throws std::invalid_argument if the device is not worded well, std::system_error if the
      *     system does not allow it.
      */

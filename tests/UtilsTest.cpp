@@ -20,10 +20,27 @@ TEST_F(Phone, FindsTheQualcommControllerOnce) {
     EXPECT_TRUE(events().empty());
 }
 
-TEST_F(Phone, FindsTheMediaTekController) {
-    start("ufs40:samsung,platform=mtk");
-    EXPECT_EQ(getFeatureDevicePath("/ufsfbo/"), kMtk + "/ufsfbo/");
+struct PropertyCase {
+    const char* device;
+    const std::string& controller;
+};
+
+void PrintTo(const PropertyCase& row, std::ostream* out) {
+    *out << row.device;
 }
+
+class Controller : public Phone, public testing::WithParamInterface<PropertyCase> {};
+
+TEST_P(Controller, IsPickedByTheProperty) {
+    start(std::string("ufs40:samsung,") + GetParam().device);
+    EXPECT_EQ(getFeatureDevicePath("/ufsfbo/"), GetParam().controller + "/ufsfbo/");
+}
+
+INSTANTIATE_TEST_SUITE_P(, Controller,
+                         testing::Values(PropertyCase{"platform=mtk", kMtk},
+                                         // Not set at all.
+                                         PropertyCase{"hardware=", kQcom},
+                                         PropertyCase{"platform=mtk,hardware=qcom2", kMtk}));
 
 struct SearchFailure {
     const char* name;
@@ -57,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(
                                       "log E getFeatureDevicePath [FBO-HAL] Cannot open "
                                       "/sys/bus/platform/drivers/ufshcd-qcom/, not an UFS device?"},
                         SearchFailure{
-                                "NoDevice", nullptr, "1d84000.ufshc",
+                                "NoDevice", "1d84000.ufshc",
                                 "log E getFeatureDevicePath [FBO-HAL] Cannot find UFS platform "
                                 "device, not an UFS device?"}),
         [](const auto& info) { return info.param.name; });

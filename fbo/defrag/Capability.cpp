@@ -72,8 +72,8 @@ int FBO_Get_MinLBASize() {
         }
         node.readToken(token);
     }
-    // Without a directory the token is empty and this raises: callers rely on it, although
-    // FBO_Get_MaxLBACount() answers in that case.
+    // Without a directory the token is empty and this raises, where FBO_Get_MaxLBACount()
+    // answers: both are kept.
     return std::stoi(token);
 }
 

@@ -13,15 +13,15 @@ namespace vendor::nivora::hardware::fbo::implementation {
  *
  * @param control_path full path of the operation's control node.
  * @param state_path full path of the operation's progress state node.
- * @return 0 if the operation is idle; -10 if a node cannot be opened; -11 if the state did not
- *     return to idle.
+ * @return 0 if the operation is idle, or the last state read contains the digit 0; -10 if a node
+ *     cannot be opened; -11 if the operation did not return to idle.
  * @throws std::invalid_argument, std::out_of_range if the state is no number or too large a one.
  */
 int FBO_Clear(std::string control_path, std::string state_path);
 
 /**
  * Hands a counter of a run to the driver: writes `count` to the node `node_name` of the FBO
- * directory. A count below 1 is not written.
+ * directory. A count below 1 is not written. Raises what getFeatureDevicePath() raises.
  */
 void record_cmd_fail(std::string node_name, int count);
 

@@ -17,9 +17,10 @@ namespace vendor::nivora::hardware::fbo::implementation {
  *     call ends before.
  * @param level_after the level of the second analysis; untouched unless the cycle is complete.
  * @return 0 if the cycle is complete or ended softly: by a stop, a failed optimisation or a
- *     missing FBO directory; -10 if a node cannot be opened; -11 if the device stays in an abnormal
- *     state or its report too short; or what FBO_Clear() returned.
- * @throws std::invalid_argument, std::out_of_range if a state is no number or too large a one.
+ *     host controller that is not found; -10 if a node cannot be opened; -11 if the device stays in
+ * an abnormal state or its report too short; or what FBO_Clear() returned.
+ * @throws std::invalid_argument, std::out_of_range if a state is no number or too large a one;
+ *     what getFeatureDevicePath() raises.
  */
 int32_t UFS40_FBO_Imp(std::string lr_list, int32_t& level_before, int32_t& level_after);
 

@@ -120,7 +120,7 @@ bool NodeWriter::store() {
     while (!pending_.empty()) {
         const ssize_t size = ::write(fd_.get(), pending_.data(), pending_.size());
         if (size < 0 && errno == EINTR) continue;
-        if (size < 0) return false;
+        if (size <= 0) return false;
         pending_.erase(0, size);
     }
     return true;
