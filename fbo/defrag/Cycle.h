@@ -58,7 +58,7 @@ class Cycle {
         return false;
     }
 
-    /** Sends the list and leaves its node open, then reads the state from `state_node`. */
+    /** Sends the list and leaves its node open, then opens `state_node` for reading. */
     Outcome sendList(const char* state_node);
 
     /** Asks the state node for the state that the device is in now. */

@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "fbo/Fbo.h"
 #include "fbo/Globals.h"
@@ -74,26 +73,28 @@ void prepareDriver(const std::string& directory, NodeWriter& output) {
 }
 
 /** Runs a zone through the engine of the device's generation. */
-int runEngine(const std::string& zone, int32_t& level_before, int32_t& level_after) {
+int runEngine(std::string_view zone, int32_t& level_before, int32_t& level_after) {
     if (FBO_isUFS31()) {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] is 3.1 ufs");
-        return UFS31_FBO_Imp(zone, level_before, level_after);
+        return UFS31_FBO_Imp(std::string(zone), level_before, level_after);
     }
     FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] is 4.0 ufs");
-    return UFS40_FBO_Imp(zone, level_before, level_after);
+    return UFS40_FBO_Imp(std::string(zone), level_before, level_after);
 }
 
-void runZone(Fbo& service, const std::string& directory, int index, const std::string& zone,
+void runZone(Fbo& service, const std::string& directory, int index, std::string_view zone,
              Figures& figures) {
     int32_t before = 0;
     int32_t after = 0;
     NodeWriter output;
     if (index == 0) prepareDriver(directory, output);
 
-    FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] lba is: %s .", zone.c_str());
+    FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] lba is: %.*s .", static_cast<int>(zone.size()),
+            zone.data());
     if (runEngine(zone, before, after) != kDone) {
         // The levels count all the same: 0 where the engine did not get that far.
-        FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] zone[%d]: %s fail", index, zone.c_str());
+        FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] zone[%d]: %.*s fail", index,
+                static_cast<int>(zone.size()), zone.data());
     }
     if (service.level_to_num.empty()) {
         FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] LevelToNum is empty, use frag level.");
@@ -126,15 +127,15 @@ void mapLinearly() {
 }
 
 /** Runs all zones. False if a stop was requested. */
-bool runZones(Fbo& service, const std::vector<std::string>& zones, Figures& figures) {
+bool runZones(Fbo& service, ZoneCutter zones, Figures& figures) {
     int index = 0;
-    for (const std::string& zone : zones) {
+    while (const auto zone = zones.next()) {
         if (hal_status_flag != 0) {
             FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop.");
             return false;
         }
         const auto directory = getFeatureDevicePath(kFboDirectory);
-        if (directory) runZone(service, *directory, index, zone, figures);
+        if (directory) runZone(service, *directory, index, *zone, figures);
         ++index;
     }
     return true;
@@ -151,13 +152,12 @@ Figures defragment(Fbo& service, std::string_view request) {
 
     int fbo_max_lrc = 0;
     if (!readMaxRanges(fbo_max_lrc)) return figures;
-    const std::vector<std::string> zones = cutZones(request, fbo_max_lrc);
     if (isWearUnread(service) && service.getUFSPEcycleALevelToNum() < 0) {
         FBO_LOG(ANDROID_LOG_ERROR, kName, "get ufs frag level to MB info fail");
     }
     // A stopped run answers with what it has reached: the counters go on into the next run, and
     // nothing is compared or mapped.
-    if (!runZones(service, zones, figures)) return figures;
+    if (!runZones(service, ZoneCutter(request, fbo_max_lrc), figures)) return figures;
 
     reportCounters();
     if (figures.before < figures.after) {

@@ -1,20 +1,32 @@
 #pragma once
 
-#include <string>
+#include <cstdint>
+#include <optional>
 #include <string_view>
-#include <vector>
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
 /**
- * Cuts a request into zones of at most `max_ranges` ranges, that is twice as many numbers, with
- * the commas between them and none at the end. Only commas are counted; what stands between them
- * is not looked at.
- *
- * The last character of the request is taken to be its closing comma and is dropped, whatever it
- * is. A comma in the first place is not seen. Without a comma there is no zone; with `max_ranges`
- * below 1 the whole request is one.
+ * Cuts a request into zones, one after the other: as many ranges as the device takes at once, that
+ * is twice as many numbers, with the commas between them and none at the end. Only commas are
+ * counted; what stands between them is not looked at. Zones are parts of the request, not copies:
+ * a request can be a mebibyte long.
  */
-std::vector<std::string> cutZones(std::string_view request, int max_ranges);
+class ZoneCutter {
+  public:
+    /** @param max_ranges ranges in a zone; below 1 the whole request is one zone. */
+    ZoneCutter(std::string_view request, int max_ranges)
+        : request_(request), limit_(int64_t{2} * max_ranges) {}
+
+    /** The next zone, or nothing if there is none left. */
+    std::optional<std::string_view> next();
+
+  private:
+    const std::string_view request_;
+    const int64_t limit_;
+    size_t start_ = 0;
+    /** From the second character on: a comma in the first place is not seen. */
+    size_t search_ = 1;
+};
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

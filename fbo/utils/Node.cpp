@@ -11,6 +11,9 @@ namespace {
 
 constexpr size_t kChunkSize = 4096;
 
+/** Text that a writer keeps at most before it has to store; a single text may be longer. */
+constexpr size_t kPendingLimit = 64 * 1024;
+
 /** read(2) at `offset`; sysfs asks the driver for a new value at offset 0. */
 ssize_t readAt(int fd, char* chunk, off_t offset) {
     ssize_t size;
@@ -48,6 +51,7 @@ ssize_t readFile(int fd, void* buffer, size_t size) {
 }
 
 bool NodeReader::open(const std::string& path) {
+    close();
     fd_.reset(openFile(path, O_RDONLY));
     return fd_.isOpen();
 }
@@ -94,14 +98,15 @@ bool NodeWriter::open(const std::string& path) {
 }
 
 void NodeWriter::put(std::string_view text) {
+    if (pending_.size() + text.size() > kPendingLimit) flush();
     if (!failed_) pending_ += text;
 }
 
 void NodeWriter::putLine(std::string_view text) {
-    // Room for both at once: a list can be as long as a whole request.
+    // Room for the line feed too: growing for it would double a long list.
     if (!failed_) pending_.reserve(pending_.size() + text.size() + 1);
     put(text);
-    put("\n");
+    if (!failed_) pending_ += '\n';
     flush();
 }
 
@@ -111,19 +116,22 @@ void NodeWriter::flush() {
 
 void NodeWriter::close() {
     store();
-    pending_.clear();
+    pending_ = {};
     fd_.reset();
     failed_ = true;
 }
 
 bool NodeWriter::store() {
-    while (!pending_.empty()) {
-        const ssize_t size = ::write(fd_.get(), pending_.data(), pending_.size());
+    size_t stored = 0;
+    while (stored < pending_.size()) {
+        const ssize_t size = ::write(fd_.get(), pending_.data() + stored, pending_.size() - stored);
         if (size < 0 && errno == EINTR) continue;
-        if (size <= 0) return false;
-        pending_.erase(0, size);
+        // A driver that takes nothing has failed as well.
+        if (size <= 0) break;
+        stored += size;
     }
-    return true;
+    pending_.erase(0, stored);
+    return pending_.empty();
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

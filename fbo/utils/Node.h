@@ -71,7 +71,7 @@ class NodeWriter {
      */
     bool open(const std::string& path);
 
-    /** Adds `text`. */
+    /** Adds `text`; what is there already is stored first if it would become very long. */
     void put(std::string_view text);
     /** Adds `text` and a line feed, and flushes. */
     void putLine(std::string_view text);
