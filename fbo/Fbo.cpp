@@ -17,32 +17,7 @@ Return<bool> Fbo::SnapShot_isSupport() {
     return true;
 }
 
-// Features to come answer no, none or nothing.
-
-Return<bool> Fbo::FBO_GCADisCard() {
-    return false;
-}
-
-Return<bool> Fbo::FBO_VersionCtrl(const hidl_string&) {
-    return false;
-}
-
-Return<void> Fbo::EUA_GetFreeSpaceAPECycle(EUA_GetFreeSpaceAPECycle_cb _hidl_cb) {
-    _hidl_cb("");
-    return Void();
-}
-
-Return<bool> Fbo::EUA_SendEraseCmd(const hidl_string&) {
-    return false;
-}
-
-Return<bool> Fbo::EUA_isSupport() {
-    return false;
-}
-
-Return<int32_t> Fbo::EUA_SupportSize() {
-    return 0;
-}
+// The snapshots to come answer no.
 
 Return<bool> Fbo::SnapShot_startBackup() {
     return false;

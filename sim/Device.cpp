@@ -68,7 +68,8 @@ int Operation::state(int idle, int ongoing) const {
     }
 }
 
-Device::Device(const Profile& profile, bool mtk, Tree& tree) : profile_(profile), tree_(tree) {
+Device::Device(const Profile& profile, bool mtk, Tree& tree)
+    : profile_(profile), product_(profile.product), revision_(profile.revision), tree_(tree) {
     const std::string driver =
             std::string("/sys/bus/platform/drivers/") + (mtk ? "ufshcd-mtk" : "ufshcd-qcom");
     const std::string controller = mtk ? "112b0000.ufshci" : "1d84000.ufshc";
@@ -78,6 +79,9 @@ Device::Device(const Profile& profile, bool mtk, Tree& tree) : profile_(profile)
     }
     tree_.addLink(driver + "/" + controller, "../../../../devices/platform/soc/" + controller);
     addFboNodes(device + "/ufsfbo/");
+    addEuaNodes(device + "/ufseua/");
+    tree_.addFile(device + "/host0/target0:0:0/0:0:0:0/inquiry",
+                  {[this] { return inquiry(); }, nullptr});
     addPhone();
 }
 
@@ -96,6 +100,7 @@ void Device::addPhone() {
                    },
                    nullptr});
     linkUserdata("/dev/block/dm-5");
+    addPlainNode("/sys/fs/f2fs/dm-5/gc_urgent", line(0));
     tree_.addFile("/proc/sys/vm/drop_caches", {nullptr, [](std::string_view) { return 0; }});
     tree_.setSpace("/data/user/0", [this] {
         constexpr fsblkcnt_t kBlocksPerGib = (1 << 30) / 4096;
@@ -108,6 +113,11 @@ void Device::addPhone() {
         space.f_bavail = space.f_bfree - space.f_bfree / 20;
         return space;
     });
+}
+
+void Device::setIdentity(std::string product, std::string revision) {
+    product_ = std::move(product);
+    revision_ = std::move(revision);
 }
 
 void Device::linkUserdata(std::string target) {
@@ -182,6 +192,36 @@ void Device::addUfs31Nodes(const std::string& directory) {
                                                      return line(defrag_.state(kIdle, kOngoing31));
                                                  },
                                                  nullptr});
+}
+
+void Device::addEuaNodes(const std::string& directory) {
+    tree_.addFile(directory + "eua_support",
+                  {[this] { return line(settings_.number("eua")); }, nullptr});
+    tree_.addFile(directory + "eua_support_size",
+                  {[this] { return line(settings_.number("eua_size")); }, nullptr});
+    tree_.addFile(directory + "eua_file_lba_unmap",
+                  {nullptr, [this](std::string_view text) { return unmap(text); }});
+}
+
+std::string Device::inquiry() const {
+    // A direct-access device that is there for good, SPC-4, response format 2, 31 bytes to follow.
+    std::string data = {0, 0, 6, 2, 31, 0, 0, 2};
+    const auto add = [&data](std::string field, size_t length) {
+        field.resize(length, ' ');
+        data += field;
+    };
+    add(profile_.vendor, 8);
+    add(product_, 16);
+    add(revision_, 4);
+    return data;
+}
+
+int Device::unmap(std::string_view text) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    std::vector<Range> ranges;
+    if (!parseRanges(text, ranges)) return -EINVAL;
+    flash_.unmap(ranges);
+    return 0;
 }
 
 int Device::storeList(std::string_view text) {

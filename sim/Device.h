@@ -52,6 +52,11 @@ class Device {
     Settings& settings() { return settings_; }
     Flash& flash() { return flash_; }
 
+    /** Part number and revision in the INQUIRY data, without the blanks that fill them up. */
+    const std::string& product() const { return product_; }
+    const std::string& revision() const { return revision_; }
+    void setIdentity(std::string product, std::string revision);
+
     /** Sets where the link to the userdata volume points. */
     void linkUserdata(std::string target);
 
@@ -64,10 +69,14 @@ class Device {
     void addFboNodes(const std::string& directory);
     void addUfs40Nodes(const std::string& directory);
     void addUfs31Nodes(const std::string& directory);
+    void addEuaNodes(const std::string& directory);
     /** A number that is kept as it is written. */
     void addPlainNode(const std::string& path, std::string value);
 
+    std::string inquiry() const;
+
     int storeList(std::string_view text);
+    int unmap(std::string_view text);
     int control40(std::string_view text);
     int enableAnalysis31(std::string_view text);
     int enableDefrag31(std::string_view text);
@@ -80,6 +89,8 @@ class Device {
     std::string report();
 
     const Profile& profile_;
+    std::string product_;
+    std::string revision_;
     Tree& tree_;
     Settings settings_;
     Flash flash_;

@@ -36,7 +36,8 @@ int Flash::level(const std::vector<Range>& ranges) const {
     size_t scatter = 0;
     for (size_t i = 1; i < ranges.size(); ++i) {
         if (ranges[i].start == ranges[i - 1].start + ranges[i - 1].count) continue;
-        scatter += isOptimised(ranges[i]) ? kOptimisedSeam : kSeam;
+        if (contains(unmapped_, ranges[i])) continue;
+        scatter += contains(optimised_, ranges[i]) ? kOptimisedSeam : kSeam;
     }
     const size_t most = (ranges.size() - 1) * kSeam;
     return static_cast<int>((scatter * kMaxLevel + most / 2) / most);
@@ -44,16 +45,23 @@ int Flash::level(const std::vector<Range>& ranges) const {
 
 size_t Flash::countOptimised(const std::vector<Range>& ranges) const {
     return std::count_if(ranges.begin(), ranges.end(),
-                         [this](const Range& range) { return isOptimised(range); });
+                         [this](const Range& range) { return contains(optimised_, range); });
 }
 
 void Flash::optimise(const std::vector<Range>& ranges) {
     for (const Range& range : ranges) optimised_.emplace(range.start, range.count);
 }
 
-std::string Flash::optimised() const {
+void Flash::unmap(const std::vector<Range>& ranges) {
+    for (const Range& range : ranges) {
+        optimised_.erase({range.start, range.count});
+        unmapped_.emplace(range.start, range.count);
+    }
+}
+
+std::string Flash::list(const Ranges& ranges) {
     std::string list;
-    for (const auto& [start, count] : optimised_) {
+    for (const auto& [start, count] : ranges) {
         if (!list.empty()) list += ',';
         list += std::to_string(start) + "," + std::to_string(count);
     }
@@ -67,8 +75,8 @@ bool Flash::takeOptimised(std::string_view list) {
     return true;
 }
 
-bool Flash::isOptimised(const Range& range) const {
-    return optimised_.count({range.start, range.count}) != 0;
+bool Flash::contains(const Ranges& ranges, const Range& range) {
+    return ranges.count({range.start, range.count}) != 0;
 }
 
 }  // namespace sim

@@ -27,7 +27,7 @@ class Flash {
     /**
      * The fragmentation of `ranges`, 0 (none) to 10: the share of seams among them, that is of
      * ranges that do not go on where the one before them ended. A range that was optimised
-     * before counts for a tenth of a seam.
+     * before counts for a tenth of a seam, one that is unmapped for none.
      */
     int level(const std::vector<Range>& ranges) const;
 
@@ -36,14 +36,23 @@ class Flash {
 
     void optimise(const std::vector<Range>& ranges);
 
-    /** The ranges optimised so far, as a list; what take() of a later flash reads. */
-    std::string optimised() const;
+    /** Forgets what the ranges held. */
+    void unmap(const std::vector<Range>& ranges);
+
+    /** The ranges optimised so far, as a list; what takeOptimised() of a later flash reads. */
+    std::string optimised() const { return list(optimised_); }
+    /** The ranges unmapped so far, as a list. */
+    std::string unmapped() const { return list(unmapped_); }
     bool takeOptimised(std::string_view list);
 
   private:
-    bool isOptimised(const Range& range) const;
+    using Ranges = std::set<std::pair<uint64_t, uint64_t>>;
 
-    std::set<std::pair<uint64_t, uint64_t>> optimised_;
+    static bool contains(const Ranges& ranges, const Range& range);
+    static std::string list(const Ranges& ranges);
+
+    Ranges optimised_;
+    Ranges unmapped_;
 };
 
 }  // namespace sim

@@ -17,10 +17,15 @@ struct Profile {
     std::string name;
     Generation generation;
     Maker maker;
-    /** The vendor as SCSI reports it, padded to eight characters when it is served. */
+    /** The vendor as SCSI reports it, padded to 8 characters when it is served. */
     std::string vendor;
+    /** Part number and revision in its INQUIRY data, padded to 16 and 4 characters there. */
+    std::string product;
+    std::string revision;
     /** Ranges that the device takes in one list. */
     int max_ranges;
+    /** The phone that it is built into: the property ro.product.device. */
+    std::string phone = "simphone";
 };
 
 const std::vector<Profile>& profiles();

@@ -162,6 +162,7 @@ void Server::addControls() {
                       [this](std::string_view text) {
                           return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
                       }});
+    add("unmapped", {[this] { return device_.flash().unmapped(); }, nullptr});
 }
 
 int Server::set(std::string_view assignment) {
@@ -178,6 +179,10 @@ int Server::set(std::string_view assignment) {
             tree_.script(key.substr(5), split(value, '/'));
         } else if (key.compare(0, 6, "fault.") == 0) {
             return setFault(key.substr(6), value);
+        } else if (key == "product") {
+            device_.setIdentity(std::string(value), device_.revision());
+        } else if (key == "revision") {
+            device_.setIdentity(device_.product(), std::string(value));
         } else if (key == "userdata") {
             device_.linkUserdata(std::string(value));
         } else {

@@ -18,6 +18,7 @@ namespace sim {
  *   note       written: a line for the trace
  *   trace      read: the trace so far; written: starts it anew
  *   optimised  read and written: the ranges that the flash has optimised
+ *   unmapped   read: the ranges that the flash has unmapped
  */
 class Server {
   public:

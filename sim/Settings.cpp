@@ -28,6 +28,8 @@ constexpr Key kKeys[] = {
         {"linear", 1, "UFS 4.0: whether a linear mapping is offered, 1 or 0"},
         {"clear", 0, "seconds until the device is idle after a clear"},
         {"report", 4096, "characters of the fragmentation report that are served"},
+        {"eua", 1, "whether EUA is offered, 1 or 0"},
+        {"eua_size", 65536, "size that is offered for EUA"},
         {"userdata_gib", 230, "size of the user data file system"},
         {"userdata_free_gib", 80, "free space of it"},
 };

@@ -126,6 +126,13 @@ unsigned parsePace(const std::string& text) {
     return pace;
 }
 
+/** Sets a property of this process, unless it is to be left unset. */
+void setProperty(const std::string& name, const std::string& value) {
+    if (!value.empty() && !android::base::SetProperty(name, value)) {
+        throw std::invalid_argument("the property " + name + " cannot be \"" + value + "\"");
+    }
+}
+
 }  // namespace
 
 Simulator::Simulator(std::string_view device) {
@@ -134,12 +141,15 @@ Simulator::Simulator(std::string_view device) {
     device.remove_prefix(std::min(name.size() + 1, device.size()));
     std::string platform = "qcom";
     std::optional<std::string> hardware;
+    std::string phone = profile.phone;
     std::vector<std::pair<std::string, std::string>> settings;
     for (auto& [key, value] : parseSettings(device)) {
         if (key == "platform") {
             platform = value;
         } else if (key == "hardware") {
             hardware = value;
+        } else if (key == "device") {
+            phone = value;
         } else if (key == "pace") {
             setPace(parsePace(value));
         } else {
@@ -157,8 +167,8 @@ Simulator::Simulator(std::string_view device) {
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
-    const std::string property = hardware.value_or(platform);
-    if (!property.empty()) android::base::SetProperty("ro.hardware", property);
+    setProperty("ro.hardware", hardware.value_or(platform));
+    setProperty("ro.product.device", phone);
     for (const auto& [key, value] : settings) set(key, value);
 }
 
@@ -187,6 +197,10 @@ std::string Simulator::optimised() const {
     return readFile("/.sim/optimised");
 }
 
+std::string Simulator::unmapped() const {
+    return readFile("/.sim/unmapped");
+}
+
 void Simulator::setOptimised(std::string_view ranges) {
     if (!ranges.empty()) writeFile("/.sim/optimised", ranges);
 }
@@ -199,7 +213,9 @@ std::string Simulator::describe() {
            "\"stuck\" lasts for ever):\n" + Settings::describe() +
            "  platform=qcom            host controller, qcom or mtk\n"
            "  hardware=                what the property ro.hardware says, if not the platform\n"
+           "  device=simphone          what the property ro.product.device says; empty: unset\n"
            "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
+           "  product=, revision=      part number and revision in the INQUIRY data\n"
            "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
            "  node.NAME=TEXT           what a node has its readers read\n"
            "  fault.NAME=FAULT         missing, unreadable, unwritable, read-error, write-error\n";

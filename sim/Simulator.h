@@ -18,9 +18,11 @@ class Simulator {
   public:
     /**
      * @param device a profile's name, and settings after it: "ufs40:samsung,wear=2400". Besides
-     *     the keys of set() there are "platform" (qcom or mtk), "hardware" (the
-     *     property ro.hardware, if it is not to be the platform; empty to leave it unset) and
-     *     "pace" (see setPace()).
+     *     the keys of set() there are
+     *     "platform": the maker of the host controller, qcom or mtk;
+     *     "hardware": the property ro.hardware, if it is not to be the platform, and "device":
+     *         the property ro.product.device; empty to leave them unset;
+     *     "pace": see setPace().
      * @throws std::invalid_argument if the device is not worded well, std::system_error if the
      *     system does not allow it.
      */
@@ -35,6 +37,7 @@ class Simulator {
      *     one again and again;
      *   "fault.NAME": what is wrong with the node: missing, unreadable, unwritable, read-error,
      *     write-error or none, several with "/" between;
+     *   "product", "revision": of the INQUIRY data;
      *   "userdata": where the link to the userdata volume points;
      *   "record", "print": 1 to keep the traffic for trace(), or to print it on standard error.
      * Throws std::invalid_argument if the device does not take it.
@@ -50,6 +53,8 @@ class Simulator {
     /** The ranges that the flash has optimised; what another device's flash can start with. */
     std::string optimised() const;
     void setOptimised(std::string_view ranges);
+    /** The ranges that the flash has unmapped. */
+    std::string unmapped() const;
 
     /** What profiles there are and what can be set, for a help text. */
     static std::string describe();

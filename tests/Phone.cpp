@@ -18,7 +18,7 @@ namespace {
 const std::set<std::string> kWritten = {
         "debug",          "fbo_exe_level",     "fbo_wholefile_enable",  "fbo_send_lr_list",
         "fbs_flc_enable", "fbs_defrag_enable", "fbo_operation_control", "fbo_err_cnt",
-        "fbo_retry_cnt",  "drop_caches",
+        "fbo_retry_cnt",  "gc_urgent",         "eua_file_lba_unmap",    "drop_caches",
 };
 
 }  // namespace

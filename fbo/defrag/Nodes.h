@@ -8,6 +8,10 @@ constexpr char kFboDirectory[] = "/ufsfbo/";
 /** The wear of the flash, as the device reports it. */
 constexpr char kHealthReportNode[] = "/sys/class/qe_memory/qe_memory_device/ufshcd0/hr";
 
+/** Urgent garbage collection of a volume, between them its device-mapper name. */
+constexpr char kF2fsDirectory[] = "/sys/fs/f2fs/";
+constexpr char kUrgentGcNode[] = "/gc_urgent";
+
 /** The driver's FBO nodes, relative to their directory. */
 namespace node {
 

@@ -21,4 +21,12 @@ struct EuaPolicyRow {
 /** Looked through from the first row on. Built when the library is loaded. */
 extern const std::array<EuaPolicyRow, 10> disableEuaPolicy;
 
+/**
+ * Whether a row of the table names this phone and UFS part. False also if the part cannot be
+ * identified: the driver's answer then stands.
+ *
+ * @throws std::bad_optional_access as getFeatureDevicePath() does.
+ */
+bool checkDisableEuaPolicy();
+
 }  // namespace vendor::nivora::hardware::fbo::implementation

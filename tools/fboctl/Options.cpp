@@ -12,12 +12,19 @@ const char kHelp[] = R"(fboctl - asks a phone's UFS storage service, and tries i
 Usage: fboctl [OPTION…] COMMAND [ARGUMENT…]
 
 Commands:
-  support               Is defragmentation inside the flash (FBO) supported?
+  support               Are defragmentation inside the flash (FBO) and erase requests (EUA)
+                        supported, and if not, why?
   defrag FILE|DIR…      Find where the files lie and defragment them.
   trigger RANGES        Defragment ranges: START,COUNT,START,COUNT,…  With "-" they are read from
                         standard input, where line ends and blanks do not count.
   stop                  Stop the run that is under way, from another terminal.
   continue              Take back a stop that has not been noticed yet.
+  version-ctrl TEXT     Is FBO to be on under these rules, such as V:1.0,>0.9:ON?
+  gc                    Ask the file system of the user data for urgent garbage collection.
+  wear                  Show the program/erase cycles of the flash.
+  eua support           Is EUA supported, and if not, why?
+  eua size              Show the size that the device offers for EUA.
+  eua erase LBAS        Send erase requests, with ":" between them; each takes 5 seconds.
 
 Options:
   --first-block N       defrag: the block of the unit, in 4 KiB, at which the file system begins
@@ -41,6 +48,7 @@ Examples:
   fboctl support                                    on a phone, as root
   fboctl defrag --first-block 262144 /data/app
   fboctl --sim ufs40:samsung defrag ~/Pictures
+  fboctl --sim ufs40:kioxia --trace eua erase 100,8:200,16
   fboctl --sim ufs31:kioxia --log --trace trigger 81920,64,204800,128
   fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
 )";
@@ -111,6 +119,10 @@ Options parseOptions(int argc, char** argv) {
         apply(option, options);
     }
     if (optind < argc) options.command = argv[optind++];
+    // The commands of a feature are two words.
+    if (options.command == "eua" && optind < argc) {
+        options.command += std::string(" ") + argv[optind++];
+    }
     options.arguments.assign(argv + optind, argv + argc);
     return options;
 }

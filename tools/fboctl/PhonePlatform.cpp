@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -55,6 +56,11 @@ class Phone : public Platform {
         kill(logcat_, SIGTERM);
         reader_.join();
         waitpid(logcat_, nullptr, 0);
+    }
+
+    void waitForLog() const override {
+        // The log daemon hands lines on within some milliseconds.
+        if (logcat_ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(300));
     }
 
   private:

@@ -23,6 +23,9 @@ struct SimOptions {
 class Platform {
   public:
     virtual ~Platform() = default;
+
+    /** Waits until what the service has logged so far has reached the reader. */
+    virtual void waitForLog() const {}
 };
 
 /**

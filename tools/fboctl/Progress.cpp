@@ -1,9 +1,6 @@
 #include "Progress.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,7 +8,6 @@ namespace fboctl {
 
 namespace {
 
-constexpr int kBarWidth = 40;
 /** The service never puts more ranges into a zone. */
 constexpr long kMaxRanges = 127;
 
@@ -34,11 +30,8 @@ void Progress::take(const std::string& text) {
         limit_ = static_cast<size_t>(std::max(0l, strtol(limit, nullptr, 10)));
     } else if (messageAfter(text, "lba is: ") != nullptr) {
         ++zones_;
-        if (isatty(STDERR_FILENO) == 0) {
-            fprintf(stderr, "zone %zu of %zu\n", zones_, allZones());
-        } else {
-            show(zones_ - 1);
-        }
+        const size_t expected = limit_ == 0 ? 1 : (ranges_ + limit_ - 1) / limit_;
+        meter_.begin(zones_, std::max(expected, zones_));
     } else if (messageAfter(text, "zone[") != nullptr) {
         ++failed_;
     } else if (messageAfter(text, "lba null.") != nullptr ||
@@ -47,22 +40,9 @@ void Progress::take(const std::string& text) {
     }
 }
 
-size_t Progress::allZones() const {
-    const size_t expected = limit_ == 0 ? 1 : (ranges_ + limit_ - 1) / limit_;
-    return std::max(expected, zones_);
-}
-
-void Progress::show(size_t done) {
-    const std::string filled(done * kBarWidth / allZones(), '#');
-    fprintf(stderr, "\r[%-*s] zone %zu of %zu", kBarWidth, filled.c_str(), zones_, allZones());
-    bar_shown_ = true;
-}
-
 void Progress::finish() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!bar_shown_) return;
-    show(zones_);
-    fputc('\n', stderr);
+    meter_.finish();
 }
 
 size_t Progress::zones() const {

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <string>
 
+#include "Meter.h"
+
 namespace fboctl {
 
 /** How far a run has come, as far as the service's log tells it. */
@@ -14,7 +16,7 @@ class Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /** Takes a line of the log and shows what it tells: a bar on a terminal, lines elsewhere. */
+    /** Takes a line of the log and shows what it tells. */
     void take(const std::string& text);
     /** Ends the bar, if there is one. */
     void finish();
@@ -25,16 +27,13 @@ class Progress {
     bool refused() const;
 
   private:
-    void show(size_t done);
-    size_t allZones() const;
-
     mutable std::mutex mutex_;
     const size_t ranges_;
     size_t limit_ = 0;
     size_t zones_ = 0;
     size_t failed_ = 0;
     bool refused_ = false;
-    bool bar_shown_ = false;
+    Meter meter_{"zone"};
 };
 
 }  // namespace fboctl

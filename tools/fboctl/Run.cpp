@@ -12,8 +12,6 @@ namespace fboctl {
 
 namespace {
 
-using ::android::hardware::hidl_string;
-
 /** Well below what one binder transaction carries. */
 constexpr size_t kMaxRequest = 512 * 1024;
 
@@ -92,19 +90,22 @@ void addAnswer(const std::string& answer, RunResult& result) {
 
 }  // namespace
 
-RunResult runTrigger(const sp<IFbo>& service, const std::string& request, Progress& progress) {
+RunResult runTrigger(const Session& session, const std::string& request, Progress& progress) {
     RunResult result;
-    const Interrupts interrupts(service);
+    const Interrupts interrupts(session.service());
     std::string_view rest = request;
     do {
         const std::string part(rest.substr(0, nextCall(rest)));
         std::string answer;
         ask([&] {
-            return service->FBO_trigger(part, [&](const hidl_string& text) { answer = text; });
+            return session.service()->FBO_trigger(part,
+                                                  [&](const hidl_string& text) { answer = text; });
         });
         addAnswer(answer, result);
         rest.remove_prefix(part.size());
     } while (!rest.empty() && !interrupts.stopRequested());
+    session.waitForLog();
+    progress.finish();
     result.zones = progress.zones();
     result.failed_zones = progress.failedZones();
     result.refused = progress.refused();

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Options.h"
+
+namespace fboctl {
+
+// What the program can be told to do; kHelp says what each command is for.
+
+// Queries.cpp
+ExitStatus support(const Options& options);
+ExitStatus euaSupport(const Options& options);
+ExitStatus euaSize(const Options& options);
+ExitStatus versionControl(const Options& options);
+ExitStatus collectGarbage(const Options& options);
+ExitStatus wear(const Options& options);
+ExitStatus control(const Options& options);
+
+// Defrag.cpp
+ExitStatus defrag(const Options& options);
+ExitStatus trigger(const Options& options);
+
+// Erase.cpp
+ExitStatus euaErase(const Options& options);
+
+}  // namespace fboctl

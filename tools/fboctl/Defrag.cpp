@@ -1,0 +1,140 @@
+#include <pthread.h>
+
+#include <algorithm>
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <utility>
+
+#include "Commands.h"
+#include "Extents.h"
+#include "Progress.h"
+#include "Run.h"
+#include "Session.h"
+
+namespace fboctl {
+
+namespace {
+
+void printTable(const std::vector<FileExtents>& files) {
+    printf("%8s %10s %12s  %s\n", "extents", "blocks", "first block", "file");
+    for (const FileExtents& file : files) {
+        if (!file.error.empty()) {
+            fprintf(stderr, "fboctl: %s: %s\n", file.path.c_str(), file.error.c_str());
+            continue;
+        }
+        uint64_t blocks = 0;
+        for (const BlockRange& range : file.ranges) blocks += range.count;
+        const std::string first =
+                file.ranges.empty() ? "-" : std::to_string(file.ranges.front().start);
+        printf("%8zu %10llu %12s  %s\n", file.ranges.size(),
+               static_cast<unsigned long long>(blocks), first.c_str(), file.path.c_str());
+    }
+    fflush(stdout);
+}
+
+Json::Value describe(const std::vector<FileExtents>& files) {
+    Json::Value list(Json::arrayValue);
+    for (const FileExtents& file : files) {
+        Json::Value entry;
+        entry["path"] = file.path.string();
+        if (!file.error.empty()) {
+            entry["error"] = file.error;
+        } else {
+            entry["ranges"] = Json::Value(Json::arrayValue);
+            for (const BlockRange& range : file.ranges) {
+                Json::Value pair(Json::arrayValue);
+                pair.append(static_cast<Json::UInt64>(range.start));
+                pair.append(static_cast<Json::UInt64>(range.count));
+                entry["ranges"].append(pair);
+            }
+        }
+        list.append(entry);
+    }
+    return list;
+}
+
+/** Keeps Ctrl-C from every thread but the one that waits for it. */
+void blockInterrupts() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+void show(const RunResult& run) {
+    if (run.refused) printf("The service did not take the request.\n");
+    if (run.stopped) printf("Stopped after %zu zones.\n", run.zones);
+    if (run.failed_zones > 0) printf("%zu of %zu zones failed.\n", run.failed_zones, run.zones);
+    printf("Fragmentation before: %lld, after: %lld\n", static_cast<long long>(run.before),
+           static_cast<long long>(run.after));
+}
+
+void showJson(const RunResult& run, Json::Value result) {
+    result["before"] = static_cast<Json::Int64>(run.before);
+    result["after"] = static_cast<Json::Int64>(run.after);
+    result["zones"] = static_cast<Json::UInt64>(run.zones);
+    result["failed_zones"] = static_cast<Json::UInt64>(run.failed_zones);
+    result["stopped"] = run.stopped;
+    result["refused"] = run.refused;
+    printJson(result);
+}
+
+/** Runs a request and shows what came of it; `result` has what is known of it before. */
+ExitStatus runAndShow(const Options& options, const std::string& request, Json::Value result) {
+    blockInterrupts();
+    Progress progress(std::count(request.begin(), request.end(), ',') / 2);
+    const Session session(options, [&](char, const std::string& text) { progress.take(text); });
+    const RunResult run = runTrigger(session, request, progress);
+    if (options.json) {
+        showJson(run, std::move(result));
+    } else {
+        show(run);
+    }
+    return run.ok() ? kDone : kNo;
+}
+
+/** The ranges that the user gave, as the service wants them. */
+std::string readRequest(const Options& options) {
+    std::string request = options.arguments[0];
+    if (request == "-") {
+        request.assign(std::istreambuf_iterator<char>(std::cin), {});
+    }
+    if (options.raw) return request;
+    request.erase(std::remove_if(request.begin(), request.end(),
+                                 [](unsigned char c) { return isspace(c); }),
+                  request.end());
+    if (!request.empty() && request.back() != ',') request += ',';
+    return request;
+}
+
+}  // namespace
+
+ExitStatus defrag(const Options& options) {
+    // Before the session: a simulated device hides the files of the host.
+    const std::vector<FileExtents> files = collectExtents(
+            {options.arguments.begin(), options.arguments.end()}, options.first_block);
+    std::string request;
+    for (const FileExtents& file : files) appendRanges(request, file.ranges);
+
+    Json::Value result;
+    if (options.json) {
+        result["files"] = describe(files);
+    } else {
+        printTable(files);
+    }
+    if (request.empty()) {
+        if (options.json) printJson(result);
+        fprintf(stderr, "fboctl: none of this lies in blocks of the unit\n");
+        return kNo;
+    }
+    return runAndShow(options, request, std::move(result));
+}
+
+ExitStatus trigger(const Options& options) {
+    return runAndShow(options, readRequest(options), Json::Value());
+}
+
+}  // namespace fboctl

@@ -1,0 +1,42 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "Commands.h"
+#include "Meter.h"
+#include "Session.h"
+
+namespace fboctl {
+
+namespace {
+
+/** How many items the service makes of `list`: a ":" at the end begins none. */
+size_t countItems(const std::string& list) {
+    if (list.empty()) return 0;
+    return std::count(list.begin(), list.end(), ':') + (list.back() == ':' ? 0 : 1);
+}
+
+}  // namespace
+
+ExitStatus euaErase(const Options& options) {
+    const std::string& list = options.arguments[0];
+    const size_t items = countItems(list);
+    Meter meter("item");
+    size_t sent = 0;
+    const Session session(options, [&](char, const std::string& text) {
+        if (text.find("] send erase lba ") != std::string::npos) meter.begin(++sent, items);
+    });
+    const bool done = ask([&] { return session.service()->EUA_SendEraseCmd(list); });
+    session.waitForLog();
+    meter.finish();
+    if (options.json) {
+        Json::Value result;
+        result["sent"] = done;
+        result["items"] = static_cast<Json::UInt64>(done ? items : 0);
+        printJson(result);
+    } else {
+        printf(done ? "%zu items sent\n" : "Nothing sent: the driver has no request node\n", items);
+    }
+    return done ? kDone : kNo;
+}
+
+}  // namespace fboctl

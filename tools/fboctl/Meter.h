@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+namespace fboctl {
+
+/** Shows on standard error how far a long call has come: a bar on a terminal, lines elsewhere. */
+class Meter {
+  public:
+    /** @param unit what is counted, such as "zone". */
+    explicit Meter(std::string unit) : unit_(std::move(unit)) {}
+
+    /** Number `current` of `all` begins; numbers start at 1. */
+    void begin(size_t current, size_t all);
+    /** Ends the bar, if there is one; what has begun is then done. */
+    void finish();
+
+  private:
+    void draw(size_t done) const;
+
+    const std::string unit_;
+    size_t current_ = 0;
+    size_t all_ = 0;
+    bool drawn_ = false;
+};
+
+}  // namespace fboctl

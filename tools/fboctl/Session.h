@@ -1,0 +1,62 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <json/json.h>
+#include <vendor/nivora/hardware/fbo/1.0/IFbo.h>
+
+#include "Options.h"
+#include "Platform.h"
+
+namespace fboctl {
+
+using ::android::sp;
+using ::android::hardware::hidl_string;
+using ::vendor::nivora::hardware::fbo::V1_0::IFbo;
+
+/** An error escaped a call of the service, or there is none to call. */
+struct CallError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** Makes `call` and returns what it answers. Throws CallError if no answer comes. */
+template <typename Call>
+auto ask(Call call) {
+    try {
+        auto answer = call();
+        if (answer.isOk()) return answer;
+        throw CallError(answer.description());
+    } catch (const CallError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw CallError(std::string("an error escaped the call: ") + error.what());
+    }
+}
+
+/** A command on its way: the platform that it runs on, the service that it asks and its log. */
+class Session {
+  public:
+    /**
+     * @param listener takes what the service logs, besides the user who may want to see it too;
+     *     on any thread. May be empty.
+     */
+    explicit Session(const Options& options, LogReader listener = {});
+
+    const sp<IFbo>& service() const { return service_; }
+    /** Waits until what the service has logged so far has been handed on. */
+    void waitForLog() const { platform_->waitForLog(); }
+
+  private:
+    const std::unique_ptr<Platform> platform_;
+    const sp<IFbo> service_;
+};
+
+/** Prints a result for scripts. */
+void printJson(const Json::Value& value);
+
+}  // namespace fboctl
