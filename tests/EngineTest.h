@@ -7,7 +7,7 @@
 #include "fbo/Globals.h"
 
 /** A level that an engine was to leave alone. */
-constexpr int32_t kUntouched = -77;
+constexpr int32_t kNone = -77;
 
 /** A run of one zone, "1,1,2,1,4,1,8,1", through an engine. */
 struct EngineCase {
@@ -15,13 +15,15 @@ struct EngineCase {
     /** What the device is set to. */
     const char* settings;
 
-    int result;
-    int before;
-    int after;
-    int retries;
-    int fails;
-    /** Seconds slept. */
-    int seconds;
+    struct {
+        int result;
+        int before;
+        int after;
+        int retries;
+        int fails;
+        /** Seconds slept. */
+        int seconds;
+    } figures;
     /** The stores in their order: L for the list, else what is written, A1 for analysis, D1 for
      * defragmentation where there are two control nodes. */
     const char* writes;
@@ -55,18 +57,18 @@ class EngineTest : public Phone, public testing::WithParamInterface<EngineCase> 
                 }
             });
         }
-        int32_t before = kUntouched;
-        int32_t after = kUntouched;
-        EXPECT_EQ(engine("1,1,2,1,4,1,8,1", before, after), row.result);
-        EXPECT_EQ(before, row.before);
-        EXPECT_EQ(after, row.after);
-        EXPECT_EQ(cmd_retry_count, row.retries);
-        EXPECT_EQ(cmd_fail_count, row.fails);
+        int32_t before = kNone;
+        int32_t after = kNone;
+        EXPECT_EQ(engine("1,1,2,1,4,1,8,1", before, after), row.figures.result);
+        EXPECT_EQ(before, row.figures.before);
+        EXPECT_EQ(after, row.figures.after);
+        EXPECT_EQ(cmd_retry_count, row.figures.retries);
+        EXPECT_EQ(cmd_fail_count, row.figures.fails);
 
         const std::vector<std::string> story = this->story(name);
         EXPECT_EQ(tail(story, row.tail.size()), row.tail);
         EXPECT_EQ(stores(story), row.writes);
-        EXPECT_EQ(secondsSlept(story), row.seconds);
+        EXPECT_EQ(secondsSlept(story), row.figures.seconds);
     }
 
   private:
