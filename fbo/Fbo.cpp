@@ -9,26 +9,18 @@ bool is_stop;
 int32_t cmd_retry_count;
 int32_t cmd_fail_count;
 
-Fbo::Fbo() : pe_cycle(kWearUnread) {}
+Fbo::Fbo() : pe_cycle(kWearUnread) {
+    // Neither joined nor detached: the worker runs for as long as the process, and so does the
+    // object; destroying it while the worker runs ends the process.
+    worker = std::thread([this] { UEventWorker(); });
+    // Not before the thread: the worker looks at it only when an event has arrived.
+    last_drop_time = 0;
+}
 
 Fbo::~Fbo() = default;
 
 Return<bool> Fbo::SnapShot_isSupport() {
     return true;
-}
-
-// The snapshots to come answer no.
-
-Return<bool> Fbo::SnapShot_startBackup() {
-    return false;
-}
-
-Return<bool> Fbo::SnapShot_startDrop() {
-    return false;
-}
-
-Return<int32_t> Fbo::SnapShot_getStatus() {
-    return 0;
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

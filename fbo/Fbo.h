@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <thread>
 #include <unordered_map>
 
 #include <hidl/Status.h>
@@ -20,7 +21,8 @@ constexpr int32_t kWearUnread = -2;
  * The service object: IFbo.hal says what each method does for a client. The methods are defined
  * in the folder of their feature (defrag/, eua/, snapshot/) and run on the thread of the caller.
  *
- * One object serves a process and lives until the process ends. Nothing in it is locked.
+ * One object serves a process and lives until the process ends, and so does its one thread, which
+ * listens for the driver's wish to drop the snapshot. Nothing is locked.
  */
 class Fbo : public IFbo {
   public:
@@ -51,6 +53,18 @@ class Fbo : public IFbo {
      */
     int getUFSPEcycleALevelToNum();
 
+    /**
+     * Listens to kernel uevents and has UEventEvent() handle them. Returns only if the socket or
+     * the wait fails, which is logged; the service then goes on without drop events.
+     */
+    void UEventWorker();
+
+    /**
+     * Receives one uevent and, for each drop request in it, calls SnapShot_startDrop() of this
+     * object, unless it dropped a snapshot less than 4 seconds ago.
+     */
+    void UEventEvent();
+
     /** Program/erase cycles of the flash; -2 until the health report has been read. */
     int32_t pe_cycle;
 
@@ -59,6 +73,15 @@ class Fbo : public IFbo {
      * health report has been read.
      */
     std::unordered_map<int32_t, int32_t> level_to_num;
+
+    /** Runs UEventWorker(). */
+    std::thread worker;
+
+    /** The kernel uevent socket; set by the worker when it opens it. */
+    int32_t uevent_fd;
+
+    /** When the worker last dropped a snapshot, in seconds as time() tells; 0: never. */
+    int64_t last_drop_time;
 };
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

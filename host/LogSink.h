@@ -9,7 +9,8 @@ using LogSink = std::function<void(int priority, const char* tag, const char* te
 
 /**
  * Hands every line that this process logs, of every priority, to `sink` instead of printing it;
- * an empty sink drops them. The platform's library cuts a line at about 1 KiB.
+ * an empty sink drops them. One line is handed over at a time, on the thread that logs it. The
+ * platform's library cuts a line at about 1 KiB.
  */
 void setLogSink(LogSink sink);
 

@@ -20,6 +20,19 @@ std::function<void()> g_hook;
 std::atomic<time_t> g_now = kStart;
 unsigned g_tick = 0;
 unsigned g_pace = 0;
+/** The real time that virtual time has gone on since; 0 if it does not. */
+time_t g_followed_since = 0;
+
+time_t realTime() {
+    timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    return real.tv_sec;
+}
+
+time_t virtualTime() {
+    g_now += g_tick;
+    return g_now + (g_followed_since == 0 ? 0 : realTime() - g_followed_since);
+}
 
 }  // namespace
 
@@ -39,6 +52,10 @@ void setPace(unsigned pace) {
     g_pace = pace;
 }
 
+void followRealTime() {
+    g_followed_since = realTime();
+}
+
 }  // namespace sim
 
 extern "C" unsigned sleep(unsigned seconds) {
@@ -56,9 +73,7 @@ extern "C" unsigned sleep(unsigned seconds) {
 }
 
 extern "C" time_t time(time_t* out) noexcept {
-    timespec real;
-    clock_gettime(CLOCK_REALTIME, &real);
-    const time_t now = sim::g_let_pass ? (sim::g_now += sim::g_tick) : real.tv_sec;
+    const time_t now = sim::g_let_pass ? sim::virtualTime() : sim::realTime();
     if (out != nullptr) *out = now;
     return now;
 }

@@ -19,6 +19,9 @@ void onSleep(std::function<void()> hook);
 /** Has every call of time() let `seconds` pass, for those who wait by looking at the time. */
 void setTick(unsigned seconds);
 
+/** Lets time() go on with the real time too, for those who wait for what comes from outside. */
+void followRealTime();
+
 /** Has a sleep of `seconds` take 1 / `pace` of them in reality; 0: no time at all. */
 void setPace(unsigned pace);
 

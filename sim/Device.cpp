@@ -1,7 +1,9 @@
 #include "sim/Device.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <iterator>
 #include <utility>
 
 #include "sim/HealthReport.h"
@@ -22,6 +24,15 @@ constexpr int kListAccepted31 = 1;
 constexpr int kOngoing31 = 2;
 constexpr int kAnalysed31 = 3;
 constexpr int kDefragmented31 = 0;
+
+// The states of the snapshot, and the driver's words for them.
+constexpr int kSnapshotIdle = 0;
+constexpr int kInProgress = 1;
+constexpr int kBackupComplete = 2;
+constexpr int kDroppedByHost = 4;
+constexpr const char* kSnapshotWords[] = {
+        "idle",         "inprogress",     "complete_backup", "complete_restore",
+        "drop_by_host", "drop_by_device", "internal_error"};
 
 std::string line(int64_t number) {
     return std::to_string(number) + "\n";
@@ -80,6 +91,7 @@ Device::Device(const Profile& profile, bool mtk, Tree& tree)
     tree_.addLink(driver + "/" + controller, "../../../../devices/platform/soc/" + controller);
     addFboNodes(device + "/ufsfbo/");
     addEuaNodes(device + "/ufseua/");
+    addSnapshotNodes(device + "/ufssnapshot/");
     tree_.addFile(device + "/host0/target0:0:0/0:0:0:0/inquiry",
                   {[this] { return inquiry(); }, nullptr});
     addPhone();
@@ -101,6 +113,14 @@ void Device::addPhone() {
                    nullptr});
     linkUserdata("/dev/block/dm-5");
     addPlainNode("/sys/fs/f2fs/dm-5/gc_urgent", line(0));
+    tree_.addFile("/dev/block/by-name/gsort",
+                  {nullptr, nullptr,
+                   [this](char* bytes, size_t count, off_t offset) {
+                       return partition_.read(bytes, count, offset);
+                   },
+                   [this](const char* bytes, size_t count, off_t offset) {
+                       return partition_.write(bytes, count, offset);
+                   }});
     tree_.addFile("/proc/sys/vm/drop_caches", {nullptr, [](std::string_view) { return 0; }});
     tree_.setSpace("/data/user/0", [this] {
         constexpr fsblkcnt_t kBlocksPerGib = (1 << 30) / 4096;
@@ -201,6 +221,61 @@ void Device::addEuaNodes(const std::string& directory) {
                   {[this] { return line(settings_.number("eua_size")); }, nullptr});
     tree_.addFile(directory + "eua_file_lba_unmap",
                   {nullptr, [this](std::string_view text) { return unmap(text); }});
+}
+
+void Device::addSnapshotNodes(const std::string& directory) {
+    applySettings("bootlun");
+    applySettings("snapbootlun");
+    tree_.addFile(directory + "ctrl",
+                  {nullptr, [this](std::string_view text) { return controlSnapshot(text); }});
+    tree_.addFile(
+            directory + "status",
+            {[this] { return std::string(kSnapshotWords[snapshotState()]) + "\n"; }, nullptr});
+    addPlainNode(directory + "dropfreesize", line(0));
+}
+
+bool Device::isSlowMaker() const {
+    return profile_.maker == Maker::kMicron || profile_.maker == Maker::kKioxia;
+}
+
+int Device::snapshotState() const {
+    int state = kSnapshotIdle;
+    for (const auto& [since, next] : snapshot_) {
+        if (now_ >= since) state = next;
+    }
+    return std::clamp(state, 0, static_cast<int>(std::size(kSnapshotWords)) - 1);
+}
+
+int Device::controlSnapshot(std::string_view text) {
+    const int state = snapshotState();
+    if (text == "start\n") {
+        if (state == kInProgress || state == kBackupComplete) return -EBUSY;
+        const int64_t begin = now_ + (isSlowMaker() ? settings_.series("backup_idle").take() : 0);
+        snapshot_ = {{now_, kSnapshotIdle},
+                     {begin, kInProgress},
+                     {begin + settings_.series("backup").take(),
+                      static_cast<int>(settings_.series("backup_end").take())}};
+        return 0;
+    }
+    if (text == "stop\n") {
+        const int64_t end = settings_.series("drop_end").take();
+        const int dropped = isSlowMaker() ? kSnapshotIdle : kDroppedByHost;
+        snapshot_ = {{now_, state},
+                     {now_ + (isSlowMaker() ? settings_.series("drop").take() : 0),
+                      end < 0 ? dropped : static_cast<int>(end)}};
+        return 0;
+    }
+    return -EINVAL;
+}
+
+void Device::applySettings(std::string_view key) {
+    if (key == "snapshot") {
+        snapshot_ = {{now_, static_cast<int>(settings_.number("snapshot"))}};
+    } else if (key == "bootlun") {
+        partition_.setBootLun(static_cast<int32_t>(settings_.number("bootlun")));
+    } else if (key == "snapbootlun") {
+        partition_.setSnapshotBootLun(static_cast<int32_t>(settings_.number("snapbootlun")));
+    }
 }
 
 std::string Device::inquiry() const {

@@ -4,9 +4,11 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sim/Flash.h"
+#include "sim/Partition.h"
 #include "sim/Profile.h"
 #include "sim/Settings.h"
 #include "sim/Tree.h"
@@ -51,6 +53,10 @@ class Device {
 
     Settings& settings() { return settings_; }
     Flash& flash() { return flash_; }
+    Partition& partition() { return partition_; }
+
+    /** Does what a change of the setting `key` asks for at once. */
+    void applySettings(std::string_view key);
 
     /** Part number and revision in the INQUIRY data, without the blanks that fill them up. */
     const std::string& product() const { return product_; }
@@ -70,6 +76,7 @@ class Device {
     void addUfs40Nodes(const std::string& directory);
     void addUfs31Nodes(const std::string& directory);
     void addEuaNodes(const std::string& directory);
+    void addSnapshotNodes(const std::string& directory);
     /** A number that is kept as it is written. */
     void addPlainNode(const std::string& path, std::string value);
 
@@ -77,6 +84,11 @@ class Device {
 
     int storeList(std::string_view text);
     int unmap(std::string_view text);
+    int controlSnapshot(std::string_view text);
+    /** The snapshot's state now. */
+    int snapshotState() const;
+    /** Whether the device takes its time before and after a snapshot. */
+    bool isSlowMaker() const;
     int control40(std::string_view text);
     int enableAnalysis31(std::string_view text);
     int enableDefrag31(std::string_view text);
@@ -94,7 +106,11 @@ class Device {
     Tree& tree_;
     Settings settings_;
     Flash flash_;
+    Partition partition_;
     int64_t now_ = 0;
+
+    /** What the snapshot goes through: the states with the times from which on they hold. */
+    std::vector<std::pair<int64_t, int>> snapshot_ = {{0, 0}};
 
     std::vector<Range> list_;
     std::map<std::string, std::string> plain_;

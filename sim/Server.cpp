@@ -105,6 +105,9 @@ int release(const char*, fuse_file_info* info) {
 }
 
 int read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_info* info) {
+    if (server().tree().isDevice(path)) {
+        return static_cast<int>(server().readAt(path, buffer, size, offset));
+    }
     std::string& text = openFile(info).text;
     if (offset == 0) {
         text.clear();
@@ -114,7 +117,10 @@ int read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_in
     return static_cast<int>(text.copy(buffer, size, offset));
 }
 
-int write(const char* path, const char* text, size_t size, off_t, fuse_file_info*) {
+int write(const char* path, const char* text, size_t size, off_t offset, fuse_file_info*) {
+    if (server().tree().isDevice(path)) {
+        return static_cast<int>(server().writeAt(path, {text, size}, offset));
+    }
     const int result = server().write(path, {text, size});
     return result < 0 ? result : static_cast<int>(size);
 }
@@ -183,10 +189,13 @@ int Server::set(std::string_view assignment) {
             device_.setIdentity(std::string(value), device_.revision());
         } else if (key == "revision") {
             device_.setIdentity(device_.product(), std::string(value));
+        } else if (key == "gsort_size") {
+            return device_.partition().resize(std::stol(std::string(value)));
         } else if (key == "userdata") {
             device_.linkUserdata(std::string(value));
         } else {
             device_.settings().set(key, value);
+            device_.applySettings(key);
         }
     } catch (const std::invalid_argument&) {
         return -EINVAL;
@@ -238,6 +247,21 @@ int Server::write(const std::string& path, std::string_view text) {
               (result < 0 ? std::string(" ") + strerror(-result) : ""));
     }
     return result;
+}
+
+ssize_t Server::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
+    const ssize_t size = tree_.readAt(path, bytes, count, offset);
+    trace("read " + nameOf(path) + " " + std::to_string(count) + " at " + std::to_string(offset) +
+          ": " + (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
+    return size;
+}
+
+ssize_t Server::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
+    const ssize_t size = tree_.writeAt(path, bytes, offset);
+    trace("write " + nameOf(path) + " " + std::to_string(bytes.size()) + " at " +
+          std::to_string(offset) + ": " +
+          (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
+    return size;
 }
 
 void Server::run(int fd) {

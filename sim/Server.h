@@ -32,6 +32,8 @@ class Server {
     Tree& tree() { return tree_; }
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
+    ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset);
+    ssize_t writeAt(const std::string& path, std::string_view bytes, off_t offset);
 
   private:
     void addControls();

@@ -27,6 +27,9 @@ namespace sim {
 
 namespace {
 
+/** What a setting of a property begins with. */
+constexpr std::string_view kProperty = "prop.";
+
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -161,6 +164,7 @@ Simulator::Simulator(std::string_view device) {
     }
 
     if (geteuid() != 0) becomeRoot();
+    if (unshare(CLONE_NEWNET) != 0) fail("the system allows no network namespace; try as root");
     const Fd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
     const Fd root(makeFileSystem(fuse.get()), "fsmount");
     serve(fuse.get(), root.get(), profile, platform == "mtk");
@@ -173,6 +177,10 @@ Simulator::Simulator(std::string_view device) {
 }
 
 void Simulator::set(const std::string& key, const std::string& value) {
+    if (key.compare(0, kProperty.size(), kProperty) == 0) {
+        setProperty(key.substr(kProperty.size()), value);
+        return;
+    }
     try {
         writeFile("/.sim/set", key + "=" + value);
     } catch (const std::system_error& error) {
@@ -217,6 +225,8 @@ std::string Simulator::describe() {
            "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
            "  product=, revision=      part number and revision in the INQUIRY data\n"
            "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
+           "  gsort_size=16777216      size of the gsort partition\n"
+           "  prop.NAME=VALUE          a property, such as prop.vendor.snapshot_control=false\n"
            "  node.NAME=TEXT           what a node has its readers read\n"
            "  fault.NAME=FAULT         missing, unreadable, unwritable, read-error, write-error\n";
 }

@@ -10,6 +10,8 @@ namespace sim {
  * the real absolute paths and nothing else any more, its properties are set, and its clock is
  * the virtual one of Clock.h. A process can make one only, and cannot leave it.
  *
+ * It is in a network namespace of its own, too, where the kernel's uevents are its own alone.
+ *
  * A process of its own serves the device, so that no way in which the first one ends can get
  * stuck in the file system. Root needs nothing but /dev/fuse for this; anybody else needs to be
  * allowed a user namespace, and has to make the simulator before any thread.
@@ -38,6 +40,8 @@ class Simulator {
      *   "fault.NAME": what is wrong with the node: missing, unreadable, unwritable, read-error,
      *     write-error or none, several with "/" between;
      *   "product", "revision": of the INQUIRY data;
+     *   "gsort_size": the size of the gsort partition;
+     *   "prop.NAME": the property NAME;
      *   "userdata": where the link to the userdata volume points;
      *   "record", "print": 1 to keep the traffic for trace(), or to print it on standard error.
      * Throws std::invalid_argument if the device does not take it.

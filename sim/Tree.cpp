@@ -58,8 +58,8 @@ Fault Tree::fault(const std::string& path) const {
 int Tree::attributes(const std::string& path, struct stat& attributes) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
-    const mode_t readable = entry->file.show ? 0444 : 0;
-    const mode_t writable = entry->file.store ? 0200 : 0;
+    const mode_t readable = entry->file.show || entry->file.read_at ? 0444 : 0;
+    const mode_t writable = entry->file.store || entry->file.write_at ? 0200 : 0;
     attributes = {};
     attributes.st_nlink = 1;
     switch (entry->type) {
@@ -109,8 +109,10 @@ int Tree::space(const std::string& path, struct statvfs& space) const {
 int Tree::open(const std::string& path, bool reads, bool writes) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
-    if (reads && (!entry->file.show || fault(path).unreadable)) return -EACCES;
-    if (writes && (!entry->file.store || fault(path).unwritable)) return -EACCES;
+    const bool readable = entry->file.show || entry->file.read_at;
+    const bool writable = entry->file.store || entry->file.write_at;
+    if (reads && (!readable || fault(path).unreadable)) return -EACCES;
+    if (writes && (!writable || fault(path).unwritable)) return -EACCES;
     return 0;
 }
 
@@ -128,6 +130,25 @@ int Tree::read(const std::string& path, std::string& text) {
         if (lines.next + 1 < lines.texts.size()) ++lines.next;
     }
     return 0;
+}
+
+bool Tree::isDevice(const std::string& path) const {
+    const Entry* entry = find(path);
+    return entry != nullptr && entry->file.read_at;
+}
+
+ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) const {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENODEV;
+    if (fault(path).read_error) return -EIO;
+    return entry->file.read_at(bytes, count, offset);
+}
+
+ssize_t Tree::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
+    const Entry* entry = find(path);
+    if (entry == nullptr) return -ENODEV;
+    if (fault(path).write_error) return -EIO;
+    return entry->file.write_at(bytes.data(), bytes.size(), offset);
 }
 
 int Tree::write(const std::string& path, std::string_view text) {

@@ -21,6 +21,11 @@ struct File {
      * cannot be written.
      */
     std::function<int(std::string_view)> store;
+
+    // A device file has these instead: bytes at an offset, as pread(2) and pwrite(2) do, with a
+    // negative errno for a failure.
+    std::function<ssize_t(char* bytes, size_t count, off_t offset)> read_at = nullptr;
+    std::function<ssize_t(const char* bytes, size_t count, off_t offset)> write_at = nullptr;
 };
 
 /** What is wrong with a file. */
@@ -56,6 +61,10 @@ class Tree {
     int open(const std::string& path, bool reads, bool writes) const;
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
+    /** Whether the file at `path` is one of bytes at an offset. */
+    bool isDevice(const std::string& path) const;
+    ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset) const;
+    ssize_t writeAt(const std::string& path, std::string_view bytes, off_t offset);
 
   private:
     struct Entry {

@@ -253,7 +253,7 @@ struct Willing : Fbo {
 
 TEST_F(Phone, TheWearReportAsksTheObjectItself) {
     start("ufs40:samsung,device=corvi");
-    const android::sp<Willing> willing = new Willing;
+    const android::sp<Willing> willing = serve<Willing>();
     EXPECT_EQ(wear(*willing), "120:1");
 }
 

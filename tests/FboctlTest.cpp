@@ -101,6 +101,17 @@ INSTANTIATE_TEST_SUITE_P(
                 StatusCase{"--sim ufs40:wdc version-ctrl '>0.9:ON'", 0, "FBO is on"},
                 StatusCase{"--sim ufs40:wdc version-ctrl 1.0:OFF", 1, "FBO is off"},
                 StatusCase{"--sim ufs40:wdc version-ctrl V", 3, "an error escaped the call"},
+                StatusCase{"--sim ufs40:micron snapshot backup", 0,
+                           "waiting, inprogress\nThe backup is complete"},
+                StatusCase{"--sim ufs40:wdc,fault.gsort=missing snapshot backup", 1, "no complete"},
+                StatusCase{"--sim ufs40:kioxia,snapshot=2 snapshot drop", 0,
+                           "waiting, complete_backup\nThere is no backup"},
+                StatusCase{"--sim ufs40:wdc,snapshot=2,drop_end=6 snapshot drop", 1, "could not"},
+                StatusCase{"--sim ufs40:wdc,snapshot=5 snapshot status", 0, "drop_by_device (5)"},
+                StatusCase{"--sim ufs40:wdc,snapshot=2 snapshot event", 0, "event: dropped"},
+                StatusCase{"--sim ufs40:wdc,snapshot=2,drop_end=6 snapshot event", 1,
+                           "event: the drop failed"},
+                StatusCase{"snapshot event 1x", 2, "process id"},
                 StatusCase{"eua", 2, "no command \"eua\""}, StatusCase{"", 2, "no command"},
                 StatusCase{"frobnicate", 2, "no command \"frobnicate\""},
                 StatusCase{"trigger", 2, "something is missing"},
@@ -170,6 +181,24 @@ FILE* startEndlessRun() {
                   tool("--sim ufs31:samsung,optimise=0,optimise_end=255 trigger 1,2,9,2"))
                          .c_str(),
                  "r");
+}
+
+/** A watch hears the event that another fboctl has the kernel send it. */
+TEST(Fboctl, WatchesDropEvents) {
+    FILE* const watch = popen(
+            ("exec 2>&1; exec " + tool("--sim ufs40:samsung,snapshot=2 snapshot watch")).c_str(),
+            "r");
+    std::string output = readUntil(watch, "ends it");
+    const std::string pid = output.substr(output.find("process ") + 8);
+    std::string outcome;
+    // An event that comes before the service listens is lost.
+    while (outcome.empty()) {
+        const Outcome sent = fboctl(tool("snapshot event ") + pid.substr(0, pid.find(';')));
+        ASSERT_EQ(sent.status, 0) << sent.output;
+        outcome = readUntil(watch, "\ndrop event: dropped");
+    }
+    kill(std::stoi(pid), SIGINT);
+    EXPECT_EQ(finish(watch).status, 0);
 }
 
 TEST(Fboctl, StopsAtCtrlCAndShowsTheFigures) {

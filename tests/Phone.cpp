@@ -3,9 +3,12 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <regex>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include <android/log.h>
 
@@ -16,9 +19,21 @@ namespace {
 
 /** Everything that the service may ever write. */
 const std::set<std::string> kWritten = {
-        "debug",          "fbo_exe_level",     "fbo_wholefile_enable",  "fbo_send_lr_list",
-        "fbs_flc_enable", "fbs_defrag_enable", "fbo_operation_control", "fbo_err_cnt",
-        "fbo_retry_cnt",  "gc_urgent",         "eua_file_lba_unmap",    "drop_caches",
+        "debug",
+        "fbo_exe_level",
+        "fbo_wholefile_enable",
+        "fbo_send_lr_list",
+        "fbs_flc_enable",
+        "fbs_defrag_enable",
+        "fbo_operation_control",
+        "fbo_err_cnt",
+        "fbo_retry_cnt",
+        "gc_urgent",
+        "ctrl",
+        "dropfreesize",
+        "gsort",
+        "eua_file_lba_unmap",
+        "drop_caches",
 };
 
 }  // namespace
@@ -48,13 +63,25 @@ void Phone::start(const std::string& device) {
         phone_->note(std::string("log ") + "??VDIWE"[priority] + " " + parts[1].str() + " " + line);
         if (action_ && line.find(awaited_) != std::string::npos) action_();
     });
-    service = new Fbo;
     descriptors_ = openDescriptors();
+    service = serve<Fbo>();
+}
+
+void Phone::waitForWorker() {
+    // A worker has two descriptors, the second one once it is about to listen.
+    ++workers_;
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (openDescriptors().size() < descriptors_.size() + 2 * workers_) {
+        ASSERT_LT(std::chrono::steady_clock::now(), patience) << "the worker does not listen";
+        std::this_thread::yield();
+    }
+    phone_->clearTrace();
 }
 
 void Phone::TearDown() {
     if (!phone_) return;
-    EXPECT_EQ(openDescriptors(), descriptors_) << "descriptors left open";
+    EXPECT_EQ(openDescriptors().size(), descriptors_.size() + 2 * workers_)
+            << "descriptors left open";
     for (const std::string& write : events("write ")) {
         EXPECT_EQ(kWritten.count(write.substr(0, write.find(' '))), 1u) << write;
     }
@@ -67,6 +94,14 @@ std::vector<int> Phone::openDescriptors() const {
         if (fcntl(fd, F_GETFD) >= 0) open.push_back(fd);
     }
     return open;
+}
+
+std::vector<int> Phone::serviceDescriptors() const {
+    const std::vector<int> open = openDescriptors();
+    std::vector<int> added;
+    std::set_difference(open.begin(), open.end(), descriptors_.begin(), descriptors_.end(),
+                        std::back_inserter(added));
+    return added;
 }
 
 std::vector<std::string> Phone::events() {
@@ -105,6 +140,19 @@ void Phone::onLog(const std::string& text, std::function<void()> action) {
 bool Phone::logged(const std::string& line) {
     const std::vector<std::string> events = lines(phone_->trace());
     return std::find(events.begin(), events.end(), "log " + line) != events.end();
+}
+
+void Phone::await(const std::string& text, int times) {
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (;;) {
+        const std::vector<std::string> events = lines(phone_->trace());
+        const auto count = std::count_if(events.begin(), events.end(), [&](const auto& event) {
+            return event.find(text) != std::string::npos;
+        });
+        if (count >= times) return;
+        ASSERT_LT(std::chrono::steady_clock::now(), patience) << text << " does not come";
+        std::this_thread::yield();
+    }
 }
 
 std::string Phone::trigger(const std::string& text) {

@@ -44,19 +44,43 @@ class Phone : public testing::Test {
     /** Has `action` run when a line is logged that contains `text`. */
     void onLog(const std::string& text, std::function<void()> action);
 
+    /** Waits until the phone has logged `text` so and so often since the last events(). */
+    void await(const std::string& text, int times = 1);
+
     /** Runs `text` through FBO_trigger and returns its answer. */
     std::string trigger(const std::string& text);
     std::string stateCtl(const std::string& text);
     /** Has FBO_stateCtl be told `text` when sleep number `sleep` (1, 2, …) begins. */
     void tellAtSleep(int sleep, const std::string& text);
 
+    /**
+     * The service. It is kept for good, as a service process does: destroying it while its worker
+     * runs would end the process.
+     */
     android::sp<Fbo> service;
+    /** Makes a service that stands for the one above; start() makes an Fbo. */
+    template <typename Service>
+    android::sp<Service> serve() {
+        const android::sp<Service> made = new Service;
+        made->incStrong(nullptr);
+        waitForWorker();
+        return made;
+    }
+
+    /** The descriptors that the service has open: those of its worker. */
+    std::vector<int> serviceDescriptors() const;
+    /** The descriptors of one worker are gone. */
+    void workerEnded() { --workers_; }
 
   private:
+    /** Waits until the worker that was started last listens. */
+    void waitForWorker();
+
     std::vector<int> openDescriptors() const;
 
     std::unique_ptr<sim::Simulator> phone_;
     std::vector<int> descriptors_;
+    size_t workers_ = 0;
     std::string awaited_;
     std::function<void()> action_;
 };

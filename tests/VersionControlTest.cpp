@@ -84,7 +84,7 @@ struct Denying : Fbo {
 
 TEST_F(Phone, VersionControlAsksTheObjectItself) {
     start("ufs40:samsung");
-    const android::sp<Denying> denying = new Denying;
+    const android::sp<Denying> denying = serve<Denying>();
     for (const char* text : {"", "1.0:ON", "V"}) EXPECT_FALSE(denying->FBO_VersionCtrl(text));
     EXPECT_EQ(denying->asked, 3);
     EXPECT_TRUE(events().empty());

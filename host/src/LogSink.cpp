@@ -1,5 +1,6 @@
 #include "host/LogSink.h"
 
+#include <mutex>
 #include <utility>
 
 #include <android/log.h>
@@ -8,16 +9,29 @@ namespace host {
 
 namespace {
 
-LogSink g_sink;
+struct Guarded {
+    std::mutex mutex;
+    LogSink sink;
+};
+
+/** Never destroyed: the service's thread may log until the very end of the process. */
+Guarded& guarded() {
+    static auto* guarded = new Guarded;
+    return *guarded;
+}
 
 void deliver(int priority, const char* tag, const char* text) {
-    if (g_sink) g_sink(priority, tag, text);
+    const std::lock_guard<std::mutex> lock(guarded().mutex);
+    if (guarded().sink) guarded().sink(priority, tag, text);
 }
 
 }  // namespace
 
 void setLogSink(LogSink sink) {
-    g_sink = std::move(sink);
+    {
+        const std::lock_guard<std::mutex> lock(guarded().mutex);
+        guarded().sink = std::move(sink);
+    }
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     // Older versions of the library hand the text over beside the record, newer ones inside.
     __android_log_set_logger([](const auto* record, auto... text) {

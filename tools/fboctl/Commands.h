@@ -22,4 +22,11 @@ ExitStatus trigger(const Options& options);
 // Erase.cpp
 ExitStatus euaErase(const Options& options);
 
+// Snapshot.cpp
+ExitStatus snapshotBackup(const Options& options);
+ExitStatus snapshotDrop(const Options& options);
+ExitStatus snapshotStatus(const Options& options);
+ExitStatus snapshotWatch(const Options& options);
+ExitStatus snapshotEvent(const Options& options);
+
 }  // namespace fboctl

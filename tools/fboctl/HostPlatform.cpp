@@ -4,13 +4,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "Platform.h"
 #include "fbo/Fbo.h"
 #include "host/LogSink.h"
+#include "sim/Clock.h"
 #include "sim/Simulator.h"
+#include "sim/Uevent.h"
 
 namespace fboctl {
 
@@ -54,6 +57,13 @@ class StateFile {
     int fd_ = -1;
 };
 
+/** What the driver sends: an event's usual strings, and the word. */
+std::string_view dropEvent() {
+    static constexpr char kEvent[] =
+            "change@/devices/platform/ufs\0ACTION=change\0UFS_SNAPSHOT_DROP_EVENT";
+    return {kEvent, sizeof(kEvent)};
+}
+
 /** A host with a simulated device, and an Fbo of this process registered for it. */
 class SimulatedHost : public Platform {
   public:
@@ -79,6 +89,10 @@ class SimulatedHost : public Platform {
         }
     }
 
+    void sendDropEvent() override { sim::sendKernelUevent(dropEvent()); }
+
+    void keepUp() override { sim::followRealTime(); }
+
   private:
     const StateFile state_;
     sim::Simulator simulator_;
@@ -93,6 +107,10 @@ std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader)
     }
     // A host without a device: no service is to be found.
     return std::make_unique<Platform>();
+}
+
+void sendDropEventTo(int pid) {
+    sim::sendKernelUeventTo(pid, dropEvent());
 }
 
 std::string describeSim() {

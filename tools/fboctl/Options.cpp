@@ -25,6 +25,13 @@ Commands:
   eua support           Is EUA supported, and if not, why?
   eua size              Show the size that the device offers for EUA.
   eua erase LBAS        Send erase requests, with ":" between them; each takes 5 seconds.
+  snapshot backup       Take a snapshot of the boot logical unit; takes up to 35 seconds.
+  snapshot drop         Drop the snapshot; takes up to 30 seconds.
+  snapshot status       Show the state of the snapshot.
+  snapshot watch        With --sim: keep the service up until Ctrl-C and show each drop event that
+                        comes, and what came of it.
+  snapshot event [PID]  Have the kernel send the drop event: with --sim to a service of its own,
+                        otherwise to that of the watch with this process id.
 
 Options:
   --first-block N       defrag: the block of the unit, in 4 KiB, at which the file system begins
@@ -50,6 +57,7 @@ Examples:
   fboctl --sim ufs40:samsung defrag ~/Pictures
   fboctl --sim ufs40:kioxia --trace eua erase 100,8:200,16
   fboctl --sim ufs31:kioxia --log --trace trigger 81920,64,204800,128
+  fboctl --sim ufs40:micron,snapshot=2 snapshot event
   fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
 )";
 
@@ -120,7 +128,7 @@ Options parseOptions(int argc, char** argv) {
     }
     if (optind < argc) options.command = argv[optind++];
     // The commands of a feature are two words.
-    if (options.command == "eua" && optind < argc) {
+    if ((options.command == "eua" || options.command == "snapshot") && optind < argc) {
         options.command += std::string(" ") + argv[optind++];
     }
     options.arguments.assign(argv + optind, argv + argc);

@@ -91,6 +91,10 @@ std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader)
     return std::make_unique<Phone>(std::move(reader));
 }
 
+void sendDropEventTo(int) {
+    throw std::invalid_argument("on a phone the driver sends the drop event");
+}
+
 std::string describeSim() {
     return "A phone has no simulated devices.\n";
 }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace fboctl {
@@ -24,6 +25,13 @@ class Platform {
   public:
     virtual ~Platform() = default;
 
+    /** Has the kernel ask the service to drop the snapshot. Throws if that cannot be. */
+    virtual void sendDropEvent() {
+        throw std::invalid_argument("the drop event needs --sim, or a PID to send it to");
+    }
+    /** Readies for a time in which the service is left to what comes from outside. */
+    virtual void keepUp() {}
+
     /** Waits until what the service has logged so far has reached the reader. */
     virtual void waitForLog() const {}
 };
@@ -34,6 +42,9 @@ class Platform {
  * options do not fit, another std::exception if the system does not allow it.
  */
 std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader);
+
+/** Sends the drop event to the simulated device that the process `pid` keeps up. */
+void sendDropEventTo(int pid);
 
 /** The simulated devices that there are, for a help text. */
 std::string describeSim();

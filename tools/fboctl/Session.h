@@ -50,6 +50,7 @@ class Session {
     const sp<IFbo>& service() const { return service_; }
     /** Waits until what the service has logged so far has been handed on. */
     void waitForLog() const { platform_->waitForLog(); }
+    Platform& platform() const { return *platform_; }
 
   private:
     const std::unique_ptr<Platform> platform_;

@@ -18,12 +18,22 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-        {"support", 0, 0, support},        {"defrag", 1, SIZE_MAX, defrag},
-        {"trigger", 1, 1, trigger},        {"stop", 0, 0, control},
-        {"continue", 0, 0, control},       {"version-ctrl", 1, 1, versionControl},
-        {"gc", 0, 0, collectGarbage},      {"wear", 0, 0, wear},
-        {"eua support", 0, 0, euaSupport}, {"eua size", 0, 0, euaSize},
+        {"support", 0, 0, support},
+        {"defrag", 1, SIZE_MAX, defrag},
+        {"trigger", 1, 1, trigger},
+        {"stop", 0, 0, control},
+        {"continue", 0, 0, control},
+        {"version-ctrl", 1, 1, versionControl},
+        {"gc", 0, 0, collectGarbage},
+        {"wear", 0, 0, wear},
+        {"eua support", 0, 0, euaSupport},
+        {"eua size", 0, 0, euaSize},
         {"eua erase", 1, 1, euaErase},
+        {"snapshot backup", 0, 0, snapshotBackup},
+        {"snapshot drop", 0, 0, snapshotDrop},
+        {"snapshot status", 0, 0, snapshotStatus},
+        {"snapshot watch", 0, 0, snapshotWatch},
+        {"snapshot event", 0, 1, snapshotEvent},
 };
 
 const Command& findCommand(const Options& options) {

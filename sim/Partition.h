@@ -1,0 +1,34 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string_view>
+
+namespace sim {
+
+/**
+ * The gsort partition: 16 MiB, all zero but for the boot-LUN record. It takes memory only where
+ * something has been written.
+ */
+class Partition {
+  public:
+    Partition();
+    ~Partition();
+    Partition(const Partition&) = delete;
+    Partition& operator=(const Partition&) = delete;
+
+    // As pread(2), pwrite(2) and ftruncate(2), with a negative errno for a failure.
+    ssize_t read(char* bytes, size_t count, off_t offset) const;
+    ssize_t write(const char* bytes, size_t count, off_t offset);
+    int resize(off_t size);
+
+    /** Sets a number of the record. */
+    void setBootLun(int32_t lun);
+    void setSnapshotBootLun(int32_t lun);
+
+  private:
+    int fd_;
+};
+
+}  // namespace sim

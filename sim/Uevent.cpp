@@ -1,0 +1,68 @@
+#include "sim/Uevent.h"
+
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace sim {
+
+namespace {
+
+/** Sends `message` to the kernel, or to a multicast group as if from the kernel. */
+void send(std::string_view message, unsigned group) {
+    const int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = group;
+    const ssize_t size = sendto(fd, message.data(), message.size(), 0,
+                                reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    const int error = errno;
+    close(fd);
+    if (size < 0) throw std::system_error(error, std::generic_category(), "uevent");
+}
+
+/** Enters a namespace of the process `pid`, unless this process is in it already. */
+void enterNamespace(pid_t pid, const std::string& kind) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/ns/" + kind;
+    struct stat theirs;
+    struct stat ours;
+    if (stat(path.c_str(), &theirs) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    if (stat(("/proc/self/ns/" + kind).c_str(), &ours) == 0 && ours.st_ino == theirs.st_ino) return;
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int result = setns(fd, 0);
+    const int error = errno;
+    close(fd);
+    if (result != 0) throw std::system_error(error, std::generic_category(), path);
+}
+
+}  // namespace
+
+void sendKernelUeventTo(pid_t pid, std::string_view strings) {
+    enterNamespace(pid, "user");
+    enterNamespace(pid, "net");
+    sendKernelUevent(strings);
+}
+
+void sendKernelUevent(std::string_view strings) {
+    nlmsghdr header{};
+    header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(strings.size()));
+    header.nlmsg_type = NLMSG_MIN_TYPE;
+    header.nlmsg_flags = NLM_F_REQUEST;
+    std::string message(reinterpret_cast<const char*>(&header), NLMSG_HDRLEN);
+    send(message.append(strings), 0);
+}
+
+void sendUserUevent(std::string_view strings) {
+    send(strings, 1);
+}
+
+}  // namespace sim

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string_view>
+
+namespace sim {
+
+/**
+ * Has the kernel send a uevent to all who listen in this network namespace. A process needs
+ * CAP_SYS_ADMIN in the namespace for it, as a Simulator's has.
+ *
+ * @param strings the event's strings, each with a NUL behind it. The kernel adds "SEQNUM=…".
+ * @throws std::system_error if the kernel does not take it.
+ */
+void sendKernelUevent(std::string_view strings);
+
+/** Sends it in the network namespace of the process `pid`, which this process enters for good. */
+void sendKernelUeventTo(pid_t pid, std::string_view strings);
+
+/** Sends the same from this process itself, which no listener may mistake for the kernel. */
+void sendUserUevent(std::string_view strings);
+
+}  // namespace sim

@@ -1,0 +1,139 @@
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+#include "Phone.h"
+#include "fbo/snapshot/DropEvent.h"
+#include "sim/Uevent.h"
+
+namespace {
+
+constexpr char kReceived[] = "Snapshot drop uevent received: UFS_SNAPSHOT_DROP_EVENT";
+constexpr char kDropped[] = "log D UEventEvent [SNAPSHOT-HAL] drop snapshot success in uevent";
+
+/** A uevent of these strings, "|" behind each. */
+std::string message(std::string strings) {
+    std::replace(strings.begin(), strings.end(), '|', '\0');
+    return strings;
+}
+
+const std::string kEvent = message("change@/devices/ufs|ACTION=change|UFS_SNAPSHOT_DROP_EVENT|");
+
+TEST(DropEvent, IsAStringOfItsOwn) {
+    const std::pair<const char*, size_t> kRows[] = {
+            {"||", 0},
+            {"UFS_SNAPSHOT_DROP_EVENT||", 1},
+            {"a|UFS_SNAPSHOT_DROP_EVENT|b|UFS_SNAPSHOT_DROP_EVENT||", 2},
+            {"UFS_SNAPSHOT_DROP_EVEN||", 0},
+            {"UFS_SNAPSHOT_DROP_EVENT2||", 0},
+            {"EVENT=UFS_SNAPSHOT_DROP_EVENT||", 0},
+            {"ufs_snapshot_drop_event| UFS_SNAPSHOT_DROP_EVENT||", 0},
+            // An empty string ends the list.
+            {"a||UFS_SNAPSHOT_DROP_EVENT||", 0},
+            {"\xff\x01=|UFS_SNAPSHOT_DROP_EVENT||", 1},
+    };
+    for (const auto& [strings, count] : kRows) {
+        EXPECT_EQ(countDropEvents(message(strings).c_str()), count) << strings;
+    }
+}
+
+TEST_F(Phone, DropsWhenTheKernelSaysSo) {
+    start("ufs40:samsung,snapshot=2");
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+    EXPECT_EQ(events("write ctrl "), std::vector<std::string>{"\"stop\\n\""});
+    EXPECT_EQ(service->last_drop_time, 1700000000);
+    // Passed by for less than four seconds, whatever the line says.
+    for (const int seconds : {0, 3}) {
+        sleep(seconds);
+        sim::sendKernelUevent(kEvent);
+        await("Snapshot drop uevent has been successfully executed within 3s, so by pass.");
+        EXPECT_EQ(events("read ").size(), 0u);
+    }
+    sleep(1);
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+    // Twice in one message is looked at twice.
+    events();
+    sleep(4);
+    sim::sendKernelUevent(message("UFS_SNAPSHOT_DROP_EVENT|UFS_SNAPSHOT_DROP_EVENT|"));
+    await("so by pass.");
+    EXPECT_EQ(story("UEventEvent"),
+              lines("sleep 4\nD Snapshot drop uevent received: UFS_SNAPSHOT_DROP_EVENT\nread "
+                    "status \"drop_by_host\\n\"\nD drop snapshot success in uevent\nD Snapshot "
+                    "drop uevent received: UFS_SNAPSHOT_DROP_EVENT\nD Snapshot drop uevent has "
+                    "been successfully executed within 3s, so by pass."));
+}
+
+TEST_F(Phone, TriesAgainAtOnceAfterAFailedDrop) {
+    start("ufs40:samsung,snapshot=2,drop_end=6/-1");
+    sim::sendKernelUevent(kEvent);
+    await("log E UEventEvent [SNAPSHOT-HAL] drop snapshot fail in uevent");
+    EXPECT_EQ(service->last_drop_time, 0);
+    set("snapshot", "2");
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+}
+
+/** What is no drop request leaves no trace; the true one after it shows that it was read. */
+TEST_F(Phone, IgnoresWhatIsNoDropRequest) {
+    start("ufs40:samsung,snapshot=2");
+    sim::sendKernelUevent(message("change@/x|EVENT=UFS_SNAPSHOT_DROP_EVENT|"));
+    sim::sendKernelUevent(message("UFS_SNAPSHOT_DROP_EVENT2|"));
+    sim::sendKernelUevent(message("|UFS_SNAPSHOT_DROP_EVENT|"));
+    sim::sendKernelUevent(std::string("\xff\xfe\0\x80%n", 6));
+    // As long as the buffer or longer, that is, perhaps cut.
+    sim::sendKernelUevent(kEvent + std::string(2000, 'x'));
+    // What is not from the kernel may be from anybody.
+    sim::sendUserUevent(kEvent);
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+    const std::vector<std::string> received = events("log D UEventEvent [SNAPSHOT-HAL] ");
+    EXPECT_EQ(received, lines(std::string(kReceived) + "\ndrop snapshot success in uevent"));
+}
+
+TEST_F(Phone, GoesOnListeningAfterASignal) {
+    start("ufs40:samsung,snapshot=2");
+    static volatile sig_atomic_t handled = 0;
+    struct sigaction action {};
+    action.sa_handler = [](int) { handled = 1; };
+    sigaction(SIGUSR1, &action, nullptr);
+    pthread_kill(service->worker.native_handle(), SIGUSR1);
+    while (handled == 0) sched_yield();
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+    EXPECT_FALSE(logged("E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 4"));
+}
+
+struct Deriving : Fbo {
+    int drops = 0;
+    Return<bool> SnapShot_startDrop() override {
+        ++drops;
+        return true;
+    }
+};
+
+TEST_F(Phone, TheWorkerAsksTheObjectItself) {
+    start("ufs40:samsung,snapshot=2");
+    const android::sp<Deriving> deriving = serve<Deriving>();
+    sim::sendKernelUevent(kEvent);
+    await(kDropped, 2);
+    EXPECT_EQ(deriving->drops, 1);
+}
+
+/** A worker whose wait fails says so, gives its descriptors back and ends. */
+TEST_F(Phone, TheWorkerEndsWhenItCannotWait) {
+    start("ufs40:samsung");
+    for (const int fd : serviceDescriptors()) {
+        // Its epoll instance; it is noticed once something has ended the wait.
+        if (fd != service->uevent_fd) close(fd);
+    }
+    sim::sendKernelUevent(kEvent);
+    await("log E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 9");
+    service->worker.join();
+    workerEnded();
+}
+
+}  // namespace

@@ -1,0 +1,193 @@
+#include <pthread.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <mutex>
+
+#include "Commands.h"
+#include "Session.h"
+
+namespace fboctl {
+
+namespace {
+
+constexpr const char* kWords[] = {
+        "idle",         "inprogress",     "complete_backup", "complete_restore",
+        "drop_by_host", "drop_by_device", "internal_error"};
+
+const char* wordOf(int status) {
+    return status >= 0 && status < static_cast<int>(std::size(kWords)) ? kWords[status] : "unknown";
+}
+
+/** Shows that a call is waiting for the device: a spinner on a terminal, lines elsewhere. */
+class Spinner {
+  public:
+    LogReader reader() {
+        return [this](char priority, const std::string& text) {
+            // The service tells the status before each wait.
+            constexpr char kWaiting[] = "] snapshotStatus is ";
+            const size_t at = text.find(kWaiting);
+            if (priority == 'I' && at != std::string::npos) {
+                turn(text[at + strlen(kWaiting)] - '0');
+            }
+        };
+    }
+
+    void finish() {
+        if (turns_ > 0 && isatty(STDERR_FILENO) != 0) fputc('\n', stderr);
+    }
+
+  private:
+    void turn(int status) {
+        ++turns_;
+        if (isatty(STDERR_FILENO) == 0) {
+            fprintf(stderr, "waiting, %s\n", wordOf(status));
+        } else {
+            fprintf(stderr, "\r%c waiting, %-20s", "|/-\\"[turns_ % 4], wordOf(status));
+        }
+    }
+
+    unsigned turns_ = 0;
+};
+
+/** Makes a call that answers yes or no, with a spinner while it waits. */
+template <typename Call>
+ExitStatus run(const Options& options, const char* name, const char* yes, const char* no,
+               Call call) {
+    Spinner spinner;
+    const Session session(options, spinner.reader());
+    const bool done = ask([&] { return call(*session.service()); });
+    session.waitForLog();
+    spinner.finish();
+    if (options.json) {
+        Json::Value result;
+        result[name] = done;
+        printJson(result);
+    } else {
+        printf("%s\n", done ? yes : no);
+    }
+    return done ? kDone : kNo;
+}
+
+/** What came of a drop event, as the service's log tells it; null for a line about another. */
+const char* outcomeOf(const std::string& text) {
+    if (text.find("drop snapshot success in uevent") != std::string::npos) return "dropped";
+    if (text.find("drop snapshot fail in uevent") != std::string::npos) return "the drop failed";
+    if (text.find("so by pass.") != std::string::npos) {
+        return "passed by, so soon after a drop";
+    }
+    return nullptr;
+}
+
+/** Waits for what comes of one drop event. */
+class Outcome {
+  public:
+    LogReader reader() {
+        return [this](char, const std::string& text) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (text.find("Creating Memory uevent worker!") != std::string::npos) listening_ = true;
+            if (const char* outcome = outcomeOf(text)) outcome_ = outcome;
+            changed_.notify_all();
+        };
+    }
+
+    /** Waits until the service listens, or is about to. */
+    void awaitListener() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait_for(lock, kPatience, [this] { return listening_; });
+    }
+
+    /** Null if nothing comes. */
+    const char* await(std::chrono::milliseconds patience) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait_for(lock, patience, [this] { return outcome_ != nullptr; });
+        return outcome_;
+    }
+
+  private:
+    static constexpr std::chrono::seconds kPatience{10};
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool listening_ = false;
+    const char* outcome_ = nullptr;
+};
+
+int parsePid(const std::string& text) {
+    int pid = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
+    if (error != std::errc() || *end != '\0' || pid <= 0) {
+        throw UsageError("snapshot event takes a process id, not \"" + text + "\"");
+    }
+    return pid;
+}
+
+}  // namespace
+
+ExitStatus snapshotBackup(const Options& options) {
+    return run(options, "complete", "The backup is complete", "There is no complete backup",
+               [](IFbo& service) { return service.SnapShot_startBackup(); });
+}
+
+ExitStatus snapshotDrop(const Options& options) {
+    return run(options, "dropped", "There is no backup any more", "The backup could not be dropped",
+               [](IFbo& service) { return service.SnapShot_startDrop(); });
+}
+
+ExitStatus snapshotStatus(const Options& options) {
+    const Session session(options);
+    const int32_t status = ask([&] { return session.service()->SnapShot_getStatus(); });
+    if (options.json) {
+        Json::Value result;
+        result["status"] = status;
+        result["word"] = wordOf(status);
+        printJson(result);
+    } else {
+        printf("%s (%d)\n", wordOf(status), status);
+    }
+    return kDone;
+}
+
+ExitStatus snapshotWatch(const Options& options) {
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+    const Session session(options, [](char, const std::string& text) {
+        if (const char* outcome = outcomeOf(text)) printf("drop event: %s\n", outcome);
+        fflush(stdout);
+    });
+    session.platform().keepUp();
+    printf("Watching as process %d; Ctrl-C ends it\n", getpid());
+    fflush(stdout);
+    int signal = 0;
+    sigwait(&interrupt, &signal);
+    return kDone;
+}
+
+ExitStatus snapshotEvent(const Options& options) {
+    if (!options.arguments.empty()) {
+        sendDropEventTo(parsePid(options.arguments[0]));
+        printf("drop event: sent\n");
+        return kDone;
+    }
+    Outcome outcome;
+    const Session session(options, outcome.reader());
+    outcome.awaitListener();
+    // An event that comes before the service listens is lost; it is sent until one is heard.
+    const char* text = nullptr;
+    for (int tries = 0; tries < 50 && text == nullptr; ++tries) {
+        session.platform().sendDropEvent();
+        text = outcome.await(std::chrono::milliseconds(200));
+    }
+    printf("drop event: %s\n", text == nullptr ? "the service did not hear it" : text);
+    return text != nullptr && strcmp(text, "dropped") == 0 ? kDone : kNo;
+}
+
+}  // namespace fboctl
