@@ -126,12 +126,16 @@ TEST_F(Phone, TheWorkerAsksTheObjectItself) {
 /** A worker whose wait fails says so, gives its descriptors back and ends. */
 TEST_F(Phone, TheWorkerEndsWhenItCannotWait) {
     start("ufs40:samsung");
+    // Once it has heard an event it does nothing but wait.
+    sim::sendKernelUevent(kEvent);
+    await(kDropped);
+    while (serviceDescriptors().size() > 2) sched_yield();
     for (const int fd : serviceDescriptors()) {
-        // Its epoll instance; it is noticed once something has ended the wait.
-        if (fd != service->uevent_fd) close(fd);
+        // No epoll instance any more; that is noticed once something has ended the wait.
+        if (fd != service->uevent_fd) dup2(service->uevent_fd, fd);
     }
     sim::sendKernelUevent(kEvent);
-    await("log E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 9");
+    await("log E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 22");
     service->worker.join();
     workerEnded();
 }
