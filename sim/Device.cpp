@@ -107,8 +107,8 @@ void Device::addPhone() {
     tree_.addFile("/sys/class/qe_memory/qe_memory_device/ufshcd0/hr",
                   {[this] {
                        return healthReport(profile_.maker,
-                                           static_cast<uint32_t>(settings_.number("wear")),
-                                           static_cast<uint32_t>(settings_.number("tbw")));
+                                           static_cast<uint32_t>(settings_.take("wear")),
+                                           static_cast<uint32_t>(settings_.take("tbw")));
                    },
                    nullptr});
     linkUserdata("/dev/block/dm-5");
@@ -126,18 +126,13 @@ void Device::addPhone() {
         constexpr fsblkcnt_t kBlocksPerGib = (1 << 30) / 4096;
         struct statvfs space {};
         space.f_bsize = space.f_frsize = 4096;
-        space.f_blocks = static_cast<fsblkcnt_t>(settings_.number("userdata_gib")) * kBlocksPerGib;
+        space.f_blocks = static_cast<fsblkcnt_t>(settings_.take("userdata_gib")) * kBlocksPerGib;
         space.f_bfree =
-                static_cast<fsblkcnt_t>(settings_.number("userdata_free_gib")) * kBlocksPerGib;
+                static_cast<fsblkcnt_t>(settings_.take("userdata_free_gib")) * kBlocksPerGib;
         // What is kept back for the superuser.
         space.f_bavail = space.f_bfree - space.f_bfree / 20;
         return space;
     });
-}
-
-void Device::setIdentity(std::string product, std::string revision) {
-    product_ = std::move(product);
-    revision_ = std::move(revision);
 }
 
 void Device::linkUserdata(std::string target) {
@@ -164,7 +159,7 @@ void Device::addFboNodes(const std::string& directory) {
     add("is_ufs31", [is31] { return line(is31 ? 1 : 0); });
     add("fbo_min_lrs", [] { return line(1); });
     add("fbo_max_lrc", [this] {
-        const int64_t ranges = settings_.number("ranges");
+        const int64_t ranges = settings_.take("ranges");
         return line(ranges > 0 ? ranges : profile_.max_ranges);
     });
     add("fbo_get_lr_frag_level", [this] { return report(); });
@@ -190,7 +185,7 @@ void Device::addUfs40Nodes(const std::string& directory) {
                                                  },
                                                  nullptr});
     tree_.addFile(directory + "fbo2_linear_map_state",
-                  {[this] { return line(settings_.number("linear")); }, nullptr});
+                  {[this] { return line(settings_.take("linear")); }, nullptr});
     tree_.addFile(directory + "fbo2_linear_mapping_start", {[] { return line(0); }, nullptr});
     tree_.addFile(directory + "fbo2_linear_mapping_end", {[] { return line(262144); }, nullptr});
 }
@@ -216,9 +211,9 @@ void Device::addUfs31Nodes(const std::string& directory) {
 
 void Device::addEuaNodes(const std::string& directory) {
     tree_.addFile(directory + "eua_support",
-                  {[this] { return line(settings_.number("eua")); }, nullptr});
+                  {[this] { return line(settings_.take("eua")); }, nullptr});
     tree_.addFile(directory + "eua_support_size",
-                  {[this] { return line(settings_.number("eua_size")); }, nullptr});
+                  {[this] { return line(settings_.take("eua_size")); }, nullptr});
     tree_.addFile(directory + "eua_file_lba_unmap",
                   {nullptr, [this](std::string_view text) { return unmap(text); }});
 }
@@ -250,18 +245,18 @@ int Device::controlSnapshot(std::string_view text) {
     const int state = snapshotState();
     if (text == "start\n") {
         if (state == kInProgress || state == kBackupComplete) return -EBUSY;
-        const int64_t begin = now_ + (isSlowMaker() ? settings_.series("backup_idle").take() : 0);
-        snapshot_ = {{now_, kSnapshotIdle},
-                     {begin, kInProgress},
-                     {begin + settings_.series("backup").take(),
-                      static_cast<int>(settings_.series("backup_end").take())}};
+        const int64_t begin = now_ + (isSlowMaker() ? settings_.take("backup_idle") : 0);
+        snapshot_ = {
+                {now_, kSnapshotIdle},
+                {begin, kInProgress},
+                {begin + settings_.take("backup"), static_cast<int>(settings_.take("backup_end"))}};
         return 0;
     }
     if (text == "stop\n") {
-        const int64_t end = settings_.series("drop_end").take();
+        const int64_t end = settings_.take("drop_end");
         const int dropped = isSlowMaker() ? kSnapshotIdle : kDroppedByHost;
         snapshot_ = {{now_, state},
-                     {now_ + (isSlowMaker() ? settings_.series("drop").take() : 0),
+                     {now_ + (isSlowMaker() ? settings_.take("drop") : 0),
                       end < 0 ? dropped : static_cast<int>(end)}};
         return 0;
     }
@@ -270,11 +265,11 @@ int Device::controlSnapshot(std::string_view text) {
 
 void Device::applySettings(std::string_view key) {
     if (key == "snapshot") {
-        snapshot_ = {{now_, static_cast<int>(settings_.number("snapshot"))}};
+        snapshot_ = {{now_, static_cast<int>(settings_.take("snapshot"))}};
     } else if (key == "bootlun") {
-        partition_.setBootLun(static_cast<int32_t>(settings_.number("bootlun")));
+        partition_.setBootLun(static_cast<int32_t>(settings_.take("bootlun")));
     } else if (key == "snapbootlun") {
-        partition_.setSnapshotBootLun(static_cast<int32_t>(settings_.number("snapbootlun")));
+        partition_.setSnapshotBootLun(static_cast<int32_t>(settings_.take("snapbootlun")));
     }
 }
 
@@ -304,7 +299,7 @@ int Device::storeList(std::string_view text) {
     std::vector<Range> ranges;
     if (!parseRanges(text, ranges)) return -EINVAL;
     list_ = std::move(ranges);
-    acceptance_.start(now_, settings_.series("accept").take(), kListAccepted31);
+    acceptance_.start(now_, settings_.take("accept"), kListAccepted31);
     return 0;
 }
 
@@ -330,8 +325,8 @@ int Device::control40(std::string_view text) {
         case 4: {
             if (!idle || list_.empty()) return -EINVAL;
             command_ = Command::kMapping;
-            const int64_t end = settings_.series("mapping_end").take();
-            operation_.start(now_, settings_.series("mapping").take(),
+            const int64_t end = settings_.take("mapping_end");
+            operation_.start(now_, settings_.take("mapping"),
                              end < 0 ? kMapped : static_cast<int>(end));
             return 0;
         }
@@ -369,16 +364,14 @@ int Device::enableDefrag31(std::string_view text) {
 
 void Device::startAnalysis(int success) {
     command_ = Command::kAnalysis;
-    const int64_t end = settings_.series("analysis_end").take();
-    operation_.start(now_, settings_.series("analysis").take(),
-                     end < 0 ? success : static_cast<int>(end));
+    const int64_t end = settings_.take("analysis_end");
+    operation_.start(now_, settings_.take("analysis"), end < 0 ? success : static_cast<int>(end));
 }
 
 void Device::startOptimisation(Operation& operation, int success) {
     command_ = Command::kOptimisation;
-    const int64_t end = settings_.series("optimise_end").take();
-    operation.start(now_, settings_.series("optimise").take(),
-                    end < 0 ? success : static_cast<int>(end));
+    const int64_t end = settings_.take("optimise_end");
+    operation.start(now_, settings_.take("optimise"), end < 0 ? success : static_cast<int>(end));
     pending_ = &operation;
     pending_success_ = success;
     settle();
@@ -386,7 +379,7 @@ void Device::startOptimisation(Operation& operation, int success) {
 
 void Device::startClear(Operation& operation) {
     if (!operation.isClearable()) return;
-    operation.clear(now_, settings_.series("clear").take());
+    operation.clear(now_, settings_.take("clear"));
     if (pending_ == &operation) pending_ = nullptr;
 }
 
@@ -406,7 +399,7 @@ std::string Device::report() {
     text += level == 10 ? 'a' : static_cast<char>('0' + level);
     text += ", lr_count: " + std::to_string(list_.size()) +
             ", optimised: " + std::to_string(flash_.countOptimised(list_)) + "\n";
-    return text.substr(0, static_cast<size_t>(settings_.series("report").take()));
+    return text.substr(0, static_cast<size_t>(settings_.take("report")));
 }
 
 }  // namespace sim

@@ -58,10 +58,9 @@ class Device {
     /** Does what a change of the setting `key` asks for at once. */
     void applySettings(std::string_view key);
 
-    /** Part number and revision in the INQUIRY data, without the blanks that fill them up. */
-    const std::string& product() const { return product_; }
-    const std::string& revision() const { return revision_; }
-    void setIdentity(std::string product, std::string revision);
+    // Part number and revision in the INQUIRY data, without the blanks that fill them up.
+    void setProduct(std::string product) { product_ = std::move(product); }
+    void setRevision(std::string revision) { revision_ = std::move(revision); }
 
     /** Sets where the link to the userdata volume points. */
     void linkUserdata(std::string target);

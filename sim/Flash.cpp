@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 
 namespace sim {
 
@@ -36,8 +37,8 @@ int Flash::level(const std::vector<Range>& ranges) const {
     size_t scatter = 0;
     for (size_t i = 1; i < ranges.size(); ++i) {
         if (ranges[i].start == ranges[i - 1].start + ranges[i - 1].count) continue;
-        if (contains(unmapped_, ranges[i])) continue;
-        scatter += contains(optimised_, ranges[i]) ? kOptimisedSeam : kSeam;
+        if (unmapped_.covers(ranges[i])) continue;
+        scatter += optimised_.covers(ranges[i]) ? kOptimisedSeam : kSeam;
     }
     const size_t most = (ranges.size() - 1) * kSeam;
     return static_cast<int>((scatter * kMaxLevel + most / 2) / most);
@@ -45,27 +46,21 @@ int Flash::level(const std::vector<Range>& ranges) const {
 
 size_t Flash::countOptimised(const std::vector<Range>& ranges) const {
     return std::count_if(ranges.begin(), ranges.end(),
-                         [this](const Range& range) { return contains(optimised_, range); });
+                         [this](const Range& range) { return optimised_.covers(range); });
 }
 
 void Flash::optimise(const std::vector<Range>& ranges) {
-    for (const Range& range : ranges) optimised_.emplace(range.start, range.count);
+    for (const Range& range : ranges) {
+        optimised_.add(range);
+        unmapped_.remove(range);
+    }
 }
 
 void Flash::unmap(const std::vector<Range>& ranges) {
     for (const Range& range : ranges) {
-        optimised_.erase({range.start, range.count});
-        unmapped_.emplace(range.start, range.count);
+        optimised_.remove(range);
+        unmapped_.add(range);
     }
-}
-
-std::string Flash::list(const Ranges& ranges) {
-    std::string list;
-    for (const auto& [start, count] : ranges) {
-        if (!list.empty()) list += ',';
-        list += std::to_string(start) + "," + std::to_string(count);
-    }
-    return list;
 }
 
 bool Flash::takeOptimised(std::string_view list) {
@@ -73,10 +68,6 @@ bool Flash::takeOptimised(std::string_view list) {
     if (!list.empty() && !parseRanges(list, ranges)) return false;
     optimise(ranges);
     return true;
-}
-
-bool Flash::contains(const Ranges& ranges, const Range& range) {
-    return ranges.count({range.start, range.count}) != 0;
 }
 
 }  // namespace sim

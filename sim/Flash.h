@@ -1,19 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <set>
+#include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-namespace sim {
+#include "sim/RangeSet.h"
 
-/** `count` blocks from `start` on. */
-struct Range {
-    uint64_t start;
-    uint64_t count;
-};
+namespace sim {
 
 /**
  * Reads a list of decimal numbers separated by commas, two for each range. False if it is no
@@ -40,19 +34,14 @@ class Flash {
     void unmap(const std::vector<Range>& ranges);
 
     /** The ranges optimised so far, as a list; what takeOptimised() of a later flash reads. */
-    std::string optimised() const { return list(optimised_); }
+    std::string optimised() const { return optimised_.list(); }
     /** The ranges unmapped so far, as a list. */
-    std::string unmapped() const { return list(unmapped_); }
+    std::string unmapped() const { return unmapped_.list(); }
     bool takeOptimised(std::string_view list);
 
   private:
-    using Ranges = std::set<std::pair<uint64_t, uint64_t>>;
-
-    static bool contains(const Ranges& ranges, const Range& range);
-    static std::string list(const Ranges& ranges);
-
-    Ranges optimised_;
-    Ranges unmapped_;
+    RangeSet optimised_;
+    RangeSet unmapped_;
 };
 
 }  // namespace sim

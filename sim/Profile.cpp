@@ -15,6 +15,9 @@ const std::vector<Profile>& profiles() {
             {"ufs40:kioxia", Generation::kUfs40, Maker::kKioxia, "KIOXIA", "THGJFLT2E46BATPB",
              "1200", 255},
             {"ufs40:wdc", Generation::kUfs40, Maker::kWdc, "WDC", "SIMUFS40-W256", "1272", 64},
+            // A phone that must not use EUA.
+            {"ufs40:skhynix-tarno", Generation::kUfs40, Maker::kSkHynix, "SKhynix",
+             "HN8T174EJKX075", "X202", 64, "tarno"},
             {"ufs31:samsung", Generation::kUfs31, Maker::kSamsung, "SAMSUNG", "SIMUFS31-S128",
              "1000", 32},
             {"ufs31:skhynix", Generation::kUfs31, Maker::kSkHynix, "SKhynix", "SIMUFS31-H128",

@@ -186,9 +186,9 @@ int Server::set(std::string_view assignment) {
         } else if (key.compare(0, 6, "fault.") == 0) {
             return setFault(key.substr(6), value);
         } else if (key == "product") {
-            device_.setIdentity(std::string(value), device_.revision());
+            device_.setProduct(std::string(value));
         } else if (key == "revision") {
-            device_.setIdentity(device_.product(), std::string(value));
+            device_.setRevision(std::string(value));
         } else if (key == "gsort_size") {
             return device_.partition().resize(std::stol(std::string(value)));
         } else if (key == "userdata") {

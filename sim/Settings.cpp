@@ -82,7 +82,7 @@ std::string Settings::describe() {
     std::string text;
     for (const Key& key : kKeys) {
         std::string line = std::string("  ") + key.name + "=" + std::to_string(key.value);
-        line.resize(std::max<size_t>(line.size() + 1, 26), ' ');
+        line.resize(std::max<size_t>(line.size() + 1, 27), ' ');
         text += line + key.meaning + "\n";
     }
     return text;

@@ -21,7 +21,6 @@ class Series {
     static Series parse(std::string_view text);
 
     int64_t take();
-    int64_t peek() const { return values_[next_]; }
 
   private:
     Series() = default;
@@ -34,13 +33,13 @@ class Series {
 class Settings {
   public:
     /**
-     * Sets `key` to `value`, a series unless the list of keys says otherwise. Throws
-     * std::invalid_argument if there is no such key or the value does not fit.
+     * Sets `key` to the series `value`. Throws std::invalid_argument if there is no such key or
+     * the value does not fit.
      */
     void set(std::string_view key, std::string_view value);
 
-    Series& series(const std::string& key) { return series_.at(key); }
-    int64_t number(const std::string& key) const { return series_.at(key).peek(); }
+    /** The next value of `key`. */
+    int64_t take(const std::string& key) { return series_.at(key).take(); }
 
     /** The keys with what they mean, a line each, for a help text. */
     static std::string describe();

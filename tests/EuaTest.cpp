@@ -178,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(, Erase,
                                          EraseCase{"100,8:200,16:", "100,8|200,16|"},
                                          EraseCase{"1,1:2,2:3,3", "1,1|2,2|3,3|"}));
 
-/** How a list falls into items; the device takes none of these, so only the log tells. */
+/** How a list falls into items. The device takes none of these, so only the log tells. */
 TEST_F(Phone, EraseListsAreSplitAtColons) {
     start("ufs40:samsung");
     const std::pair<const char*, std::vector<std::string>> kRows[] = {
@@ -190,10 +190,28 @@ TEST_F(Phone, EraseListsAreSplitAtColons) {
     }
 }
 
+/** After an item that the device refuses the stream to it is broken; the pauses stay. */
+TEST_F(Phone, EraseEndsForTheDeviceAtAnItemThatItRefuses) {
+    start("ufs40:samsung");
+    EXPECT_TRUE(service->EUA_SendEraseCmd("100,8:x:200,16"));
+    EXPECT_EQ(story("EUA_SendEraseCmd"), lines(R"(D send erase lbaList 100,8:x:200,16 
+D send erase lba 100,8 
+write eua_file_lba_unmap "100,8\n"
+sleep 5
+D send erase lba x 
+write eua_file_lba_unmap "x\n" Invalid argument
+sleep 5
+D send erase lba 200,16 
+sleep 5
+write eua_file_lba_unmap "x\n" Invalid argument)"));
+}
+
 TEST_F(Phone, EraseUnmapsWhatTheDeviceTakes) {
     start("ufs40:samsung");
+    phone().setOptimised("96,8,104,4,300,8");
     service->EUA_SendEraseCmd("100,8:200,16");
     EXPECT_EQ(phone().unmapped(), "100,8,200,16");
+    EXPECT_EQ(phone().optimised(), "96,4,300,8");
     set("fault.eua_file_lba_unmap", "write-error");
     EXPECT_TRUE(service->EUA_SendEraseCmd("300,8"));
     events();

@@ -51,7 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
                 VersionCase{"V:1.0,1.0:ON", true, "V:1.0|1.0:ON|"},
                 VersionCase{"Vx1.0", false, "Vx1.0|"}, VersionCase{"V:2.0,1.0:ON", false, ""},
                 VersionCase{"VV", false, ""}, VersionCase{"V:1.0:ON,1.0:ON", false, ""},
-                VersionCase{"V,1.0,1.0:ON", false, ""},
+                VersionCase{"V,1.0,1.0:ON", true, "V|1.0|1.0:ON|"},
+                VersionCase{"V:1.0", false, "V:1.0|"}, VersionCase{"V:", false, ""},
                 VersionCase{"v:2.0,1.0:ON", true, "v:2.0|1.0:ON|"}));
 
 TEST_F(Phone, VersionControlTellsItsWholeWay) {
@@ -97,8 +98,8 @@ TEST_F(Phone, AsksForUrgentGarbageCollection) {
                                              "D trigger GC\nwrite gc_urgent \"1\\n\""));
     set("fault.gc_urgent", "write-error");
     EXPECT_TRUE(service->FBO_GCADisCard());
+    EXPECT_EQ(events("write "), lines("gc_urgent \"1\\n\" Input/output error"));
     set("fault.userdata", "missing");
-    events();
     EXPECT_FALSE(service->FBO_GCADisCard());
     EXPECT_EQ(story("FBO_GCADisCard"),
               lines("I the gc path: /sys/fs/f2fs//gc_urgent\nE gc node open fail"));

@@ -17,8 +17,8 @@ Return<bool> Fbo::FBO_GCADisCard() {
         return false;
     }
     FBO_LOGD("[FBO-HAL] trigger GC");
-    node.putLine("1");
-    // Asked for is enough: what the file system makes of it is not looked at.
+    // Stored as the node is closed. What the file system makes of it is not looked at.
+    node.put("1\n");
     return true;
 }
 

@@ -38,7 +38,7 @@ Return<bool> Fbo::FBO_VersionCtrl(const hidl_string& version) {
     FBO_LOGI("[FBO-HAL] FBO fbo_version_ctrl is %s.", text.c_str());
     if (text[0] == 'V') {
         // The separator behind the "V" is not looked at. A "V" alone raises here.
-        const std::string rules = text.substr(2, text.find(',') - 2);
+        const std::string rules = text.substr(2, text.find(',', 2) - 2);
         if (rules != kRulesVersion) {
             FBO_LOGE("[FBO-HAL] FBO current rules version is %s not support.", rules.c_str());
             return false;

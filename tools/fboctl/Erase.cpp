@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "Commands.h"
+#include "LogLine.h"
 #include "Meter.h"
 #include "Session.h"
 
@@ -23,7 +24,7 @@ ExitStatus euaErase(const Options& options) {
     Meter meter("item");
     size_t sent = 0;
     const Session session(options, [&](char, const std::string& text) {
-        if (text.find("] send erase lba ") != std::string::npos) meter.begin(++sent, items);
+        if (messageAfter(text, "EUA_SendEraseCmd", "send erase lba ")) meter.begin(++sent, items);
     });
     const bool done = ask([&] { return session.service()->EUA_SendEraseCmd(list); });
     session.waitForLog();
@@ -33,8 +34,10 @@ ExitStatus euaErase(const Options& options) {
         result["sent"] = done;
         result["items"] = static_cast<Json::UInt64>(done ? items : 0);
         printJson(result);
+    } else if (done) {
+        printf("Items gone through: %zu; what the driver made of them is not told\n", items);
     } else {
-        printf(done ? "%zu items sent\n" : "Nothing sent: the driver has no request node\n", items);
+        printf("Nothing sent: the request node cannot be opened\n");
     }
     return done ? kDone : kNo;
 }

@@ -13,6 +13,8 @@ constexpr int kWidth = 40;
 }  // namespace
 
 void Meter::begin(size_t current, size_t all) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (current > all) return;
     current_ = current;
     all_ = all;
     if (isatty(STDERR_FILENO) != 0) {
@@ -24,6 +26,7 @@ void Meter::begin(size_t current, size_t all) {
 }
 
 void Meter::finish() {
+    const std::lock_guard<std::mutex> lock(mutex_);
     if (!drawn_) return;
     draw(current_);
     fputc('\n', stderr);

@@ -13,7 +13,7 @@ Usage: fboctl [OPTION…] COMMAND [ARGUMENT…]
 
 Commands:
   support               Are defragmentation inside the flash (FBO) and erase requests (EUA)
-                        supported, and if not, why?
+                        supported, and if not, why? The exit status asks for both.
   defrag FILE|DIR…      Find where the files lie and defragment them.
   trigger RANGES        Defragment ranges: START,COUNT,START,COUNT,…  With "-" they are read from
                         standard input, where line ends and blanks do not count.

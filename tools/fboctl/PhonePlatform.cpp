@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -37,7 +38,12 @@ class Phone : public Platform {
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
         posix_spawn_file_actions_addclose(&actions, ends[0]);
         posix_spawn_file_actions_addclose(&actions, ends[1]);
-        const char* arguments[] = {"logcat", "-T", "1", "-v", "tag", "-s", "mem_fbo:D", nullptr};
+        // What was logged before is not of this call.
+        char since[sizeof("12-31 23:59:59.000")];
+        const time_t now = time(nullptr);
+        tm local;
+        strftime(since, sizeof(since), "%m-%d %H:%M:%S.000", localtime_r(&now, &local));
+        const char* arguments[] = {"logcat", "-T", since, "-v", "tag", "-s", "mem_fbo:D", nullptr};
         const int error = posix_spawnp(&logcat_, arguments[0], &actions, nullptr,
                                        const_cast<char**>(arguments), environ);
         posix_spawn_file_actions_destroy(&actions);

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <mutex>
+#include <optional>
 
 #include "Commands.h"
 #include "Session.h"
@@ -33,17 +34,42 @@ class LogLines {
     std::vector<std::string> lines_;
 };
 
+/** What the log tells of why the controller was not found; empty if it was. */
 std::string whyNoController(const LogLines& log) {
-    if (!log.find("not an UFS device?").empty()) return "this phone has no UFS host controller";
-    return {};
+    return log.find("not an UFS device?").empty() ? "" : "this phone has no UFS host controller";
 }
 
-/** Why FBO is not supported, as far as the log tells. */
-std::string whyNoFbo(const LogLines& log) {
+constexpr char kNotTold[] = "the log does not tell why";
+
+/** The wear of the flash and whether EUA is supported, as far as they are known. */
+struct WearReport {
+    std::optional<int> cycles;
+    std::optional<bool> eua;
+};
+
+WearReport askWear(const Session& session) {
+    std::string text;
+    ask([&] {
+        return session.service()->EUA_GetFreeSpaceAPECycle(
+                [&](const hidl_string& report) { text = report; });
+    });
+    int cycles = 0;
+    int eua = 0;
+    if (sscanf(text.c_str(), "%d:%d", &cycles, &eua) != 2) return {};
+    // -2 stands for wear that has not been read.
+    return {cycles == -2 ? std::nullopt : std::optional(cycles), eua == 1};
+}
+
+/** Why FBO is not supported, as far as interface and log tell. */
+std::string whyNoFbo(const Session& session, const LogLines& log) {
     if (!log.find("Failed to open fbo_support node").empty()) return "the driver has no FBO nodes";
-    if (!log.find("device does not fbo").empty()) return "the driver says no";
+    if (!log.find("device does not fbo").empty()) return "the driver says no, or nothing";
     const std::string controller = whyNoController(log);
-    return controller.empty() ? "the flash has 2400 program/erase cycles or more" : controller;
+    if (!controller.empty()) return controller;
+    constexpr int kWornOut = 2400;
+    const int cycles = askWear(session).cycles.value_or(0);
+    if (cycles < kWornOut) return kNotTold;
+    return "the flash is worn: " + std::to_string(cycles) + " program/erase cycles";
 }
 
 /** Why EUA is not supported, as far as the log tells. */
@@ -52,7 +78,9 @@ std::string whyNoEua(const LogLines& log) {
     if (!row.empty()) return "policy row " + row.substr(row.find('('));
     if (!log.find("Open eua_support file failure").empty()) return "the driver has no EUA nodes";
     const std::string answer = log.find("eua_support is ");
-    return answer.empty() ? whyNoController(log) : "the driver says " + answer.substr(15);
+    if (!answer.empty()) return "the driver says " + answer.substr(15);
+    const std::string controller = whyNoController(log);
+    return controller.empty() ? kNotTold : controller;
 }
 
 /** A feature's answer, with the reason if it is no. */
@@ -77,7 +105,7 @@ struct Answer {
 Answer askFbo(const Session& session, const LogLines& log) {
     const bool supported = ask([&] { return session.service()->FBO_isSupport(); });
     session.waitForLog();
-    return {supported, supported ? "" : whyNoFbo(log)};
+    return {supported, supported ? "" : whyNoFbo(session, log)};
 }
 
 Answer askEua(const Session& session, const LogLines& log) {
@@ -103,17 +131,21 @@ ExitStatus support(const Options& options) {
     LogLines log;
     const Session session(options, log.reader());
     const Answer fbo = askFbo(session, log);
+    Json::Value result;
+    result["fbo"] = fbo.json();
     if (!options.json) fbo.print("FBO");
-    const Answer eua = askEua(session, log);
-    if (options.json) {
-        Json::Value result;
-        result["fbo"] = fbo.json();
+    try {
+        const Answer eua = askEua(session, log);
         result["eua"] = eua.json();
-        printJson(result);
-    } else {
-        eua.print("EUA");
+        if (!options.json) eua.print("EUA");
+        if (options.json) printJson(result);
+        return fbo.supported && eua.supported ? kDone : kNo;
+    } catch (const CallError& error) {
+        // What is known of the one feature is told before the other's error is.
+        result["eua"]["error"] = error.what();
+        if (options.json) printJson(result);
+        throw;
     }
-    return fbo.supported && eua.supported ? kDone : kNo;
 }
 
 ExitStatus euaSupport(const Options& options) {
@@ -157,30 +189,18 @@ ExitStatus collectGarbage(const Options& options) {
 
 ExitStatus wear(const Options& options) {
     const Session session(options);
-    std::string report;
-    ask([&] {
-        return session.service()->EUA_GetFreeSpaceAPECycle(
-                [&](const hidl_string& text) { report = text; });
-    });
-    int cycles = 0;
-    int eua = 0;
-    const bool known = sscanf(report.c_str(), "%d:%d", &cycles, &eua) == 2;
+    const WearReport report = askWear(session);
     if (options.json) {
         Json::Value result;
-        if (known) {
-            result["cycles"] = cycles;
-            result["eua"] = eua == 1;
-        } else {
-            result["cycles"] = Json::Value::null;
-        }
+        result["cycles"] = report.cycles ? Json::Value(*report.cycles) : Json::Value::null;
+        result["eua"] = report.eua ? Json::Value(*report.eua) : Json::Value::null;
         printJson(result);
-    } else if (known) {
-        printf("Program/erase cycles: %d, EUA: %s\n", cycles,
-               eua == 1 ? "supported" : "not supported");
     } else {
-        printf("The wear is not known\n");
+        printf("Program/erase cycles: %s\n",
+               report.cycles ? std::to_string(*report.cycles).c_str() : "not known");
+        if (report.eua) printf("EUA: %s\n", *report.eua ? "supported" : "not supported");
     }
-    return known ? kDone : kNo;
+    return report.cycles ? kDone : kNo;
 }
 
 ExitStatus control(const Options& options) {

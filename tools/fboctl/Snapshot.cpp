@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "Commands.h"
+#include "LogLine.h"
 #include "Session.h"
 
 namespace fboctl {
@@ -31,10 +32,9 @@ class Spinner {
     LogReader reader() {
         return [this](char priority, const std::string& text) {
             // The service tells the status before each wait.
-            constexpr char kWaiting[] = "] snapshotStatus is ";
-            const size_t at = text.find(kWaiting);
-            if (priority == 'I' && at != std::string::npos) {
-                turn(text[at + strlen(kWaiting)] - '0');
+            for (const char* function : {"SnapShot_startBackup", "SnapShot_startDrop"}) {
+                const auto status = messageAfter(text, function, "snapshotStatus is ");
+                if (priority == 'I' && status) turn(status->front() - '0');
             }
         };
     }
@@ -77,11 +77,10 @@ ExitStatus run(const Options& options, const char* name, const char* yes, const 
 
 /** What came of a drop event, as the service's log tells it; null for a line about another. */
 const char* outcomeOf(const std::string& text) {
-    if (text.find("drop snapshot success in uevent") != std::string::npos) return "dropped";
-    if (text.find("drop snapshot fail in uevent") != std::string::npos) return "the drop failed";
-    if (text.find("so by pass.") != std::string::npos) {
-        return "passed by, so soon after a drop";
-    }
+    const auto says = [&](const char* start) { return messageAfter(text, "UEventEvent", start); };
+    if (says("drop snapshot success in uevent")) return "dropped";
+    if (says("drop snapshot fail in uevent")) return "the drop failed";
+    if (says("Snapshot drop uevent has been")) return "passed by, so soon after a drop";
     return nullptr;
 }
 
@@ -91,7 +90,7 @@ class Outcome {
     LogReader reader() {
         return [this](char, const std::string& text) {
             const std::lock_guard<std::mutex> lock(mutex_);
-            if (text.find("Creating Memory uevent worker!") != std::string::npos) listening_ = true;
+            if (messageAfter(text, "UEventWorker", "Creating")) listening_ = true;
             if (const char* outcome = outcomeOf(text)) outcome_ = outcome;
             changed_.notify_all();
         };
