@@ -10,52 +10,40 @@ namespace {
 
 const std::string kNodes = "/sys/bus/platform/drivers/ufshcd-qcom/1d84000.ufshc/ufsfbo/";
 
-struct ClearCase {
-    const char* name;
-    /** What the state node holds, one reading after the other. */
-    const char* states;
-    int result;
-    int writes;
-    int sleeps;
-    int retries;
-    int fails;
-};
-
-void PrintTo(const ClearCase& row, std::ostream* out) {
-    *out << row.states;
-}
-
-class Clear : public Phone, public testing::WithParamInterface<ClearCase> {};
-
-TEST_P(Clear, BringsTheDeviceToIdle) {
-    const ClearCase& row = GetParam();
-    start("ufs40:samsung");
-    set("node.fbo_prog_state", row.states);
-    EXPECT_EQ(FBO_Clear(kNodes + "fbo_operation_control", kNodes + "fbo_prog_state"), row.result);
-    EXPECT_EQ(cmd_retry_count, row.retries);
-    EXPECT_EQ(cmd_fail_count, row.fails);
-    EXPECT_EQ(logged("E FBO_Clear [FBO-HAL] flc ops abnormal, exit"), row.result != 0);
-
-    const std::vector<std::string> events = this->events();
-    const auto count = [&](const std::string& event) {
-        return std::count(events.begin(), events.end(), event);
+TEST_F(Phone, ClearBringsTheDeviceToIdle) {
+    // What the state node holds, one reading after the other; then result, stores, sleeps and
+    // what is added to the counters of retries and failures.
+    // clang-format off
+    const struct { const char* states; int result, writes, sleeps, retries, fails; } kRows[] = {
+            {"0", 0, 0, 0, 0, 0},
+            {"1/0", 0, 1, 0, 0, 0},
+            {"1/1/0", 0, 2, 1, 0, 0},
+            {"1/1/1/0", 0, 3, 2, 1, 1},
+            {"1/1/1/1/1/1/1/1/1/1/1/0", 0, 11, 10, 9, 9},
+            {"1", -11, 11, 10, 9, 10},
+            // A zero anywhere in the last state will do, but only in the last one.
+            {"1/10", 0, 11, 10, 9, 9},
+            {"10/10/7", -11, 11, 10, 9, 10},
     };
-    EXPECT_EQ(count("write fbo_operation_control \"0\\n\""), row.writes);
-    EXPECT_EQ(count("sleep 30"), row.sleeps);
+    // clang-format on
+    start("ufs40:samsung");
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.states);
+        cmd_retry_count = cmd_fail_count = 0;
+        set("node.fbo_prog_state", row.states);
+        EXPECT_EQ(FBO_Clear(kNodes + "fbo_operation_control", kNodes + "fbo_prog_state"),
+                  row.result);
+        EXPECT_EQ(cmd_retry_count, row.retries);
+        EXPECT_EQ(cmd_fail_count, row.fails);
+        EXPECT_EQ(logged("E FBO_Clear [FBO-HAL] flc ops abnormal, exit"), row.result != 0);
+        const std::vector<std::string> events = this->events();
+        const auto count = [&](const std::string& event) {
+            return std::count(events.begin(), events.end(), event);
+        };
+        EXPECT_EQ(count("write fbo_operation_control \"0\\n\""), row.writes);
+        EXPECT_EQ(count("sleep 30"), row.sleeps);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        , Clear,
-        testing::Values(ClearCase{"IdleAlready", "0", 0, 0, 0, 0, 0},
-                        ClearCase{"IdleAtOnce", "1/0", 0, 1, 0, 0, 0},
-                        ClearCase{"IdleAfterOneWait", "1/1/0", 0, 2, 1, 0, 0},
-                        ClearCase{"IdleAfterTwoWaits", "1/1/1/0", 0, 3, 2, 1, 1},
-                        ClearCase{"IdleAtLast", "1/1/1/1/1/1/1/1/1/1/1/0", 0, 11, 10, 9, 9},
-                        ClearCase{"NeverIdle", "1", -11, 11, 10, 9, 10},
-                        // A zero anywhere in the last state will do, but only in the last one.
-                        ClearCase{"EndsAtTen", "1/10", 0, 11, 10, 9, 9},
-                        ClearCase{"PassesTen", "10/10/7", -11, 11, 10, 9, 10}),
-        [](const auto& info) { return info.param.name; });
 
 TEST_F(Phone, ClearTellsItsWholeWay) {
     start("ufs40:samsung");

@@ -41,31 +41,24 @@ TEST_P(LinearMapping, Runs) {
     EXPECT_EQ(story, expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        , LinearMapping,
-        testing::Values(
-                MappingCase{"DoneAtOnce", ",mapping=0", 0, 0, 0,
-                            "D Write buff lba is: 4096,8192.\n"
-                            "write fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\n"
-                            "write fbo_operation_control \"4\\n\"\nread fbo_prog_state \"5\\n\""},
-                MappingCase{
-                        "DoneAfterAWhile", ",mapping=4", 0, 6, 0,
-                        "D Write buff lba is: 4096,8192.\n"
-                        "write fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\n"
-                        "write fbo_operation_control \"4\\n\"\nread fbo_prog_state \"1\\n\"\n"
-                        "I is on going.\nsleep 3\nread fbo_prog_state \"1\\n\"\nI state is: 1.\n"
-                        "sleep 3\nread fbo_prog_state \"5\\n\"\nI state is: 5."},
-                MappingCase{"EndsOtherwise", ",mapping=0,mapping_end=2", -11, 0, 0,
-                            "D Write buff lba is: 4096,8192.\n"
-                            "write fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\n"
-                            "write fbo_operation_control \"4\\n\"\nread fbo_prog_state \"2\\n\"\n"
-                            "E Check State After Linear Mapping abnormal, exit"},
-                MappingCase{"NeverEnds", ",mapping=stuck", -11, 600, 0, ""},
-                MappingCase{"NoList", ",fault.fbo_send_lr_list=missing", -10, 0, 0,
-                            "E Open fbo_send_lr_list_node Fail"},
-                MappingCase{"NotIdle", ",node.fbo_prog_state=7", -11, 0, 9, ""},
-                MappingCase{"NoState", ",fault.fbo_prog_state=missing", -10, 0, 0, ""}),
-        [](const auto& info) { return info.param.name; });
+// clang-format off
+const MappingCase kMappings[] = {
+        {"DoneAtOnce", ",mapping=0", 0, 0, 0,
+         "D Write buff lba is: 4096,8192.\nwrite fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\nwrite fbo_operation_control \"4\\n\"\nread fbo_prog_state \"5\\n\""},
+        { "DoneAfterAWhile", ",mapping=4", 0, 6, 0,
+         "D Write buff lba is: 4096,8192.\nwrite fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\nwrite fbo_operation_control \"4\\n\"\nread fbo_prog_state \"1\\n\"\nI is on going.\nsleep 3\nread fbo_prog_state \"1\\n\"\nI state is: 1.\nsleep 3\nread fbo_prog_state \"5\\n\"\nI state is: 5."},
+        {"EndsOtherwise", ",mapping=0,mapping_end=2", -11, 0, 0,
+         "D Write buff lba is: 4096,8192.\nwrite fbo_send_lr_list \"4096,8192\\n\"\nI Enable Linear Mapping\nwrite fbo_operation_control \"4\\n\"\nread fbo_prog_state \"2\\n\"\nE Check State After Linear Mapping abnormal, exit"},
+        {"NeverEnds", ",mapping=stuck", -11, 600, 0, ""},
+        {"NoList", ",fault.fbo_send_lr_list=missing", -10, 0, 0,
+         "E Open fbo_send_lr_list_node Fail"},
+        {"NotIdle", ",node.fbo_prog_state=7", -11, 0, 9, ""},
+        {"NoState", ",fault.fbo_prog_state=missing", -10, 0, 0, ""},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(, LinearMapping, testing::ValuesIn(kMappings),
+                         [](const auto& info) { return info.param.name; });
 
 TEST_F(Phone, LinearMappingNeedsItsNodesToTheEnd) {
     start("ufs40:samsung");

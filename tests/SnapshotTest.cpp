@@ -249,31 +249,31 @@ TEST_P(Backup, WaitsForTheDevice) {
     EXPECT_EQ(story.back(), GetParam().last);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        , Backup,
-        testing::Values(WaitCase{"Slow", "ufs40:micron,backup_idle=5,backup=0", true, 8,
-                                 "D backup success"},
-                        WaitCase{"AtOnce", "ufs40:samsung,backup=0", true, 3, "D backup success"},
-                        WaitCase{"InProgress", "ufs40:wdc,backup=30", true, 33, "D backup success"},
-                        // Complete a second after the last poll, which the last look does not see.
-                        WaitCase{"TooSlow", "ufs40:wdc,backup=31", false, 33,
-                                 "D snapshotStatus is 1, tryCount is 30"},
-                        WaitCase{"SlowAndLong", "ufs40:kioxia,backup_idle=20,backup=10", true, 33,
-                                 "D backup success"},
-                        WaitCase{"NeverBegins", "ufs40:kioxia,backup_idle=stuck", false, 33,
-                                 "D snapshotStatus is 0, tryCount is 30"},
-                        // Others that show idle right after the start are not waited for.
-                        WaitCase{"IdleElsewhere", "ufs40:samsung,node.status=idle", false, 3,
-                                 "D snapshotStatus is 0, tryCount is 0"},
-                        WaitCase{"Fails", "ufs40:samsung,backup=2,backup_end=6", false, 5,
-                                 "D snapshotStatus is 6, tryCount is 2"},
-                        WaitCase{"SwitchedOff", "ufs40:samsung,prop.vendor.snapshot_control=false",
-                                 false, 0, "D snapshot is cloud disable, do not backup."},
-                        WaitCase{"NoPageCache", "ufs40:samsung,fault.drop_caches=missing", false, 0,
-                                 "E drop_caches fail, do not backup."},
-                        WaitCase{"NoCtrl", "ufs40:samsung,fault.ctrl=missing", false, 3,
-                                 "E Open ctrl file failure"}),
-        [](const auto& info) { return info.param.name; });
+// clang-format off
+const WaitCase kBackups[] = {
+        {"Slow", "ufs40:micron,backup_idle=5,backup=0", true, 8, "D backup success"},
+        {"AtOnce", "ufs40:samsung,backup=0", true, 3, "D backup success"},
+        {"InProgress", "ufs40:wdc,backup=30", true, 33, "D backup success"},
+        // Complete a second after the last poll, which the last look does not see.
+        {"TooSlow", "ufs40:wdc,backup=31", false, 33, "D snapshotStatus is 1, tryCount is 30"},
+        {"SlowAndLong", "ufs40:kioxia,backup_idle=20,backup=10", true, 33, "D backup success"},
+        {"NeverBegins", "ufs40:kioxia,backup_idle=stuck", false, 33,
+         "D snapshotStatus is 0, tryCount is 30"},
+        // Others that show idle right after the start are not waited for.
+        {"IdleElsewhere", "ufs40:samsung,node.status=idle", false, 3,
+         "D snapshotStatus is 0, tryCount is 0"},
+        {"Fails", "ufs40:samsung,backup=2,backup_end=6", false, 5,
+         "D snapshotStatus is 6, tryCount is 2"},
+        {"SwitchedOff", "ufs40:samsung,prop.vendor.snapshot_control=false", false, 0,
+         "D snapshot is cloud disable, do not backup."},
+        {"NoPageCache", "ufs40:samsung,fault.drop_caches=missing", false, 0,
+         "E drop_caches fail, do not backup."},
+        {"NoCtrl", "ufs40:samsung,fault.ctrl=missing", false, 3, "E Open ctrl file failure"},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(, Backup, testing::ValuesIn(kBackups),
+                         [](const auto& info) { return info.param.name; });
 
 TEST_F(Phone, BackupTellsItsWholeWay) {
     start("ufs40:micron,backup_idle=1,backup=1");
@@ -307,27 +307,27 @@ TEST_P(Drop, WaitsForTheDevice) {
     EXPECT_EQ(story.back(), GetParam().last);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        , Drop,
-        testing::Values(WaitCase{"AtOnce", "ufs40:samsung,snapshot=2", true, 0,
-                                 "D snapshot drop succcess."},
-                        WaitCase{"Slow", "ufs40:kioxia,snapshot=2,drop=7", true, 7,
-                                 "D snapshot drop succcess."},
-                        WaitCase{"TooSlow", "ufs40:kioxia,snapshot=2,drop=stuck", false, 30,
-                                 "E snapshot drop failed."},
-                        // Dropped, but not idle: waited for all the same, and good in the end.
-                        WaitCase{"SlowAndDropped", "ufs40:micron,snapshot=2,drop=1,drop_end=4",
-                                 true, 30, "D snapshot drop succcess."},
-                        WaitCase{"FailsAtOnce", "ufs40:wdc,snapshot=2,drop_end=6", false, 0,
-                                 "E snapshot drop failed."},
-                        // Without its vendor a device counts as one that drops at once.
-                        WaitCase{"NoVendor", "ufs40:kioxia,snapshot=2,drop=7,fault.vendor=missing",
-                                 false, 0, "E snapshot drop failed."},
-                        WaitCase{"NothingToDrop", "ufs40:kioxia,snapshot=5", true, 0,
-                                 "D snapshot status is not complete_backup, do not drop"},
-                        WaitCase{"NoCtrl", "ufs40:kioxia,snapshot=2,fault.ctrl=missing", false, 0,
-                                 "E Open ctrl file failure"}),
-        [](const auto& info) { return info.param.name; });
+// clang-format off
+const WaitCase kDrops[] = {
+        {"AtOnce", "ufs40:samsung,snapshot=2", true, 0, "D snapshot drop succcess."},
+        {"Slow", "ufs40:kioxia,snapshot=2,drop=7", true, 7, "D snapshot drop succcess."},
+        {"TooSlow", "ufs40:kioxia,snapshot=2,drop=stuck", false, 30, "E snapshot drop failed."},
+        // Dropped, but not idle: waited for all the same, and good in the end.
+        {"SlowAndDropped", "ufs40:micron,snapshot=2,drop=1,drop_end=4", true, 30,
+         "D snapshot drop succcess."},
+        {"FailsAtOnce", "ufs40:wdc,snapshot=2,drop_end=6", false, 0, "E snapshot drop failed."},
+        // Without its vendor a device counts as one that drops at once.
+        {"NoVendor", "ufs40:kioxia,snapshot=2,drop=7,fault.vendor=missing", false, 0,
+         "E snapshot drop failed."},
+        {"NothingToDrop", "ufs40:kioxia,snapshot=5", true, 0,
+         "D snapshot status is not complete_backup, do not drop"},
+        {"NoCtrl", "ufs40:kioxia,snapshot=2,fault.ctrl=missing", false, 0,
+         "E Open ctrl file failure"},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(, Drop, testing::ValuesIn(kDrops),
+                         [](const auto& info) { return info.param.name; });
 
 TEST_F(Phone, SnapshotsNeedAController) {
     start("ufs40:samsung,fault.ufshcd-qcom=missing");

@@ -14,51 +14,42 @@ namespace {
 /** A device that answers at once and maps nothing, so that only the zones are left. */
 constexpr char kQuick[] = "ufs40:samsung,analysis=0,optimise=0,linear=0";
 
-struct ZoneCase {
-    const char* request;
-    /** The device's limit, as its node words it. */
-    const char* limit;
-    /** The zones that reach the device, each twice in a run; "|" between them. */
-    const char* zones;
-};
-
-void PrintTo(const ZoneCase& row, std::ostream* out) {
-    *out << row.request << " by " << row.limit;
-}
-
-class Zones : public Phone, public testing::WithParamInterface<ZoneCase> {};
-
-TEST_P(Zones, AreCutByCommas) {
-    const ZoneCase& row = GetParam();
+TEST_F(Phone, ZonesAreCutByCommas) {
+    // What is asked for, the device's limit as its node words it, and the zones that reach the
+    // device, each twice in a run, with "|" between them.
+    // clang-format off
+    const struct { const char *request, *limit, *zones; } kRows[] = {
+            {"81920,64,204800,128,300000,8,", "2", "81920,64,204800,128|300000,8"},
+            {"1,2,3,4,5,6,", "2", "1,2,3,4|5,6"},
+            {"1,2,3,4,", "2", "1,2,3,4"}, {"100,8,", "1", "100,8"},
+            // The last character goes, whatever it is.
+            {"100,8", "1", "100,"}, {"1,2,3,44", "1", "1,2|3,4"},
+            // A comma in the first place is not seen.
+            {",1,2,3,", "1", ",1,2|3"}, {"1,2,,,", "1", "1,2|,"},
+            {"no comma", "1", ""}, {",,", "1", ","},
+            // Without a limit nothing is cut.
+            {"1,2,3,4,", "0", "1,2,3,4"},
+            {"1,2,3,4,", "-2147483648", "1,2,3,4"},
+    };
+    // clang-format on
     start(kQuick);
-    set("node.fbo_max_lrc", row.limit);
     // What the device makes of the list does not matter here.
     set("node.fbo_prog_state", "0");
-    trigger(row.request);
-    std::string zones;
-    std::string last;
-    for (const std::string& write : events("write fbo_send_lr_list ")) {
-        const std::string zone = write.substr(1, write.rfind("\\n\"") - 1);
-        if (zone != last) zones += (zones.empty() ? "" : "|") + zone;
-        last = zone;
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.request);
+        set("node.fbo_max_lrc", row.limit);
+        events();
+        trigger(row.request);
+        std::string zones;
+        std::string last;
+        for (const std::string& write : events("write fbo_send_lr_list ")) {
+            const std::string zone = write.substr(1, write.rfind("\\n\"") - 1);
+            if (zone != last) zones += (zones.empty() ? "" : "|") + zone;
+            last = zone;
+        }
+        EXPECT_EQ(zones, row.zones);
     }
-    EXPECT_EQ(zones, row.zones);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        , Zones,
-        testing::Values(ZoneCase{"81920,64,204800,128,300000,8,", "2",
-                                 "81920,64,204800,128|300000,8"},
-                        ZoneCase{"1,2,3,4,5,6,", "2", "1,2,3,4|5,6"},
-                        ZoneCase{"1,2,3,4,", "2", "1,2,3,4"}, ZoneCase{"100,8,", "1", "100,8"},
-                        // The last character goes, whatever it is.
-                        ZoneCase{"100,8", "1", "100,"}, ZoneCase{"1,2,3,44", "1", "1,2|3,4"},
-                        // A comma in the first place is not seen.
-                        ZoneCase{",1,2,3,", "1", ",1,2|3"}, ZoneCase{"1,2,,,", "1", "1,2|,"},
-                        ZoneCase{"no comma", "1", ""}, ZoneCase{",,", "1", ","},
-                        // Without a limit nothing is cut.
-                        ZoneCase{"1,2,3,4,", "0", "1,2,3,4"},
-                        ZoneCase{"1,2,3,4,", "-2147483648", "1,2,3,4"}));
 
 std::string ranges(int count) {
     std::string request;
@@ -83,17 +74,17 @@ TEST_F(Phone, AZoneHoldsAtMost127Ranges) {
     }
 }
 
-/** As much as one call can carry, a byte more than a device takes in one store among it. */
-TEST_F(Phone, CutsAMebibyte) {
-    start(kQuick);
-    set("fault.fbo_operation_control", "missing");
+/** As much as one call can carry, in zones and, on a device without a limit, as one list. */
+TEST_F(Phone, RunsAMebibyte) {
+    start(std::string(kQuick) + ",ranges=127,fault.fbo_send_lr_list=missing");
     const std::string request = ranges(75000);
     EXPECT_EQ(trigger(request), "Fbo:0:0");
-    EXPECT_EQ(cmd_fail_count, 0);
+    EXPECT_EQ(events("log E FBO_trigger [FBO-HAL] zone[").size(), 75000u / 127 + 1);
     set("node.fbo_max_lrc", "0");
-    set("fault.fbo_operation_control", "none");
+    set("fault.fbo_send_lr_list", "none");
     set("node.fbo_prog_state", "0/9");
     EXPECT_EQ(trigger(request), "Fbo:0:0");
+    EXPECT_TRUE(logged("E UFS40_FBO_Imp [FBO-HAL] flc enable abnormal, try"));
 }
 
 TEST_F(Phone, AnswersZeroToWhatItCannotRun) {
@@ -185,47 +176,38 @@ TEST_F(Phone, TakesTheEngineOfTheGenerationForEachZone) {
     EXPECT_TRUE(logged("E FBO_trigger [FBO-HAL] zone[0]: 1,2 fail"));
 }
 
-struct SumCase {
-    const char* name;
-    const char* vendor;
-    /** The level's character in each of the reports that the device gives. */
-    const char* levels;
-    const char* answer;
-    bool larger;
-};
-
-void PrintTo(const SumCase& row, std::ostream* out) {
-    *out << row.levels;
-}
-
-class Sums : public Phone, public testing::WithParamInterface<SumCase> {};
-
-TEST_P(Sums, AreOfTheMakersNumbers) {
-    const SumCase& row = GetParam();
+TEST_F(Phone, TheSumsAreOfTheMakersNumbers) {
+    // The vendor, the level's character in each of the reports that the device gives, what is
+    // answered, and whether the levels have become larger.
+    // clang-format off
+    const struct { const char *vendor, *levels, *answer; bool larger; } kRows[] = {
+            {"SAMSUNG", "3152", "Fbo:54784:17664", false},
+            // Only the sums are compared, not the zones.
+            {"SAMSUNG", "a813", "Fbo:129280:129280", true},
+            {"MICRON", "1a00", "Fbo:256:256", true},
+            {"MICRON", "1111", "Fbo:512:512", false},
+            {"KIOXIA", "a0zz", "Fbo:131072:0", false},
+            // Without a table the levels count themselves.
+            {"NOBODY", "a0\"\x1f", "Fbo:-1024:-4352", false},
+    };
+    // clang-format on
     start(std::string(kQuick) + ",ranges=1");
-    set("node.vendor", row.vendor);
-    std::string reports;
-    for (const char* level = row.levels; *level != '\0'; ++level) {
-        reports += (reports.empty() ? "" : "/") + std::string("0123456789") + *level +
-                   std::string(20, '.');
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.levels);
+        service->level_to_num.clear();
+        set("node.vendor", row.vendor);
+        std::string reports;
+        for (const char* level = row.levels; *level != '\0'; ++level) {
+            reports += (reports.empty() ? "" : "/") + std::string("0123456789") + *level +
+                       std::string(20, '.');
+        }
+        set("node.fbo_get_lr_frag_level", reports);
+        events();
+        EXPECT_EQ(trigger("1,2,3,4,"), row.answer);
+        EXPECT_EQ(logged("E FBO_trigger [FBO-HAL] the level becomes larger after defrag "),
+                  row.larger);
     }
-    set("node.fbo_get_lr_frag_level", reports);
-    EXPECT_EQ(trigger("1,2,3,4,"), row.answer);
-    EXPECT_EQ(logged("E FBO_trigger [FBO-HAL] the level becomes larger after defrag "), row.larger);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        , Sums,
-        testing::Values(SumCase{"Fall", "SAMSUNG", "3152", "Fbo:54784:17664", false},
-                        // Only the sums are compared, not the zones.
-                        SumCase{"FallInAll", "SAMSUNG", "a813", "Fbo:129280:129280", true},
-                        SumCase{"Rise", "MICRON", "1a00", "Fbo:256:256", true},
-                        SumCase{"Equal", "MICRON", "1111", "Fbo:512:512", false},
-                        SumCase{"UnknownLevelCountsNothing", "KIOXIA", "a0zz", "Fbo:131072:0",
-                                false},
-                        // Without a table the levels count themselves.
-                        SumCase{"NoTable", "NOBODY", "a0\"\x1f", "Fbo:-1024:-4352", false}),
-        [](const auto& info) { return info.param.name; });
 
 TEST_F(Phone, EntersAnUnknownLevelInTheTable) {
     start(kQuick);

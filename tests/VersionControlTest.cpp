@@ -4,56 +4,45 @@
 
 namespace {
 
-struct VersionCase {
-    const char* text;
-    bool on;
-    /** The items that are logged, each closed by a "|". */
-    const char* items;
-};
-
-void PrintTo(const VersionCase& row, std::ostream* out) {
-    *out << row.text;
-}
-
-class VersionControl : public Phone, public testing::WithParamInterface<VersionCase> {};
-
-TEST_P(VersionControl, WalksTheItems) {
-    const VersionCase& row = GetParam();
+TEST_F(Phone, VersionControlWalksTheItems) {
+    // The text, whether FBO is on, and the items that are logged, each closed by a "|".
+    // clang-format off
+    const struct { const char* text; bool on; const char* items; } kRows[] = {
+            {"", true, ""}, {"1.0:ON", true, "1.0:ON|"},
+            {"1.0:OFF", false, "1.0:OFF|"}, {"ON:1.0", false, "ON:1.0|"},
+            {"ON", false, "ON|"}, {"O,N", false, "O|N|"},
+            {">0.9:ON", true, ">0.9:ON|"}, {">1.0:ON", false, ">1.0:ON|"},
+            {">1.1:ON", false, ">1.1:ON|"},
+            // Texts are compared, not numbers.
+            {">1:ON", true, ">1:ON|"}, {">10:ON", false, ">10:ON|"},
+            {">0.10:ON", true, ">0.10:ON|"}, {">:ON", true, ">:ON|"},
+            {":ON", false, ":ON|"}, {"1.0 ON", false, "1.0 ON|"},
+            {"1.0:xONx", true, "1.0:xONx|"},
+            // The first match decides.
+            {"2.0:ON,1.0:ON,0.9:ON", true, "2.0:ON|1.0:ON|"},
+            {"2.0:ON,,a", false, "2.0:ON||a|"},
+            // A comma in the first place belongs to the first item.
+            {",1.0:ON", false, ",1.0:ON|"}, {",", false, ",|"},
+            {",,1.0:ON", true, ",|1.0:ON|"},
+            {"V:1.0,1.0:ON", true, "V:1.0|1.0:ON|"},
+            {"Vx1.0", false, "Vx1.0|"}, {"V:2.0,1.0:ON", false, ""},
+            {"VV", false, ""}, {"V:1.0:ON,1.0:ON", false, ""},
+            {"V,1.0,1.0:ON", true, "V|1.0|1.0:ON|"},
+            {"V:1.0", false, "V:1.0|"}, {"V:", false, ""},
+            {"v:2.0,1.0:ON", true, "v:2.0|1.0:ON|"},
+    };
+    // clang-format on
     start("ufs40:samsung");
-    EXPECT_EQ(service->FBO_VersionCtrl(row.text), row.on);
-    std::string items;
     const std::string item = "log I FBO_VersionCtrl [FBO-HAL] FBO fbo_version_ctrl ";
-    for (const std::string& line : events(item)) {
-        if (line.compare(0, 3, "is ") != 0) items += line.substr(0, line.size() - 1) + "|";
+    for (const auto& row : kRows) {
+        EXPECT_EQ(service->FBO_VersionCtrl(row.text), row.on) << row.text;
+        std::string items;
+        for (const std::string& line : events(item)) {
+            if (line.compare(0, 3, "is ") != 0) items += line.substr(0, line.size() - 1) + "|";
+        }
+        EXPECT_EQ(items, row.items) << row.text;
     }
-    EXPECT_EQ(items, row.items);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        , VersionControl,
-        testing::Values(
-                VersionCase{"", true, ""}, VersionCase{"1.0:ON", true, "1.0:ON|"},
-                VersionCase{"1.0:OFF", false, "1.0:OFF|"}, VersionCase{"ON:1.0", false, "ON:1.0|"},
-                VersionCase{"ON", false, "ON|"}, VersionCase{"O,N", false, "O|N|"},
-                VersionCase{">0.9:ON", true, ">0.9:ON|"}, VersionCase{">1.0:ON", false, ">1.0:ON|"},
-                VersionCase{">1.1:ON", false, ">1.1:ON|"},
-                // Texts are compared, not numbers.
-                VersionCase{">1:ON", true, ">1:ON|"}, VersionCase{">10:ON", false, ">10:ON|"},
-                VersionCase{">0.10:ON", true, ">0.10:ON|"}, VersionCase{">:ON", true, ">:ON|"},
-                VersionCase{":ON", false, ":ON|"}, VersionCase{"1.0 ON", false, "1.0 ON|"},
-                VersionCase{"1.0:xONx", true, "1.0:xONx|"},
-                // The first match decides.
-                VersionCase{"2.0:ON,1.0:ON,0.9:ON", true, "2.0:ON|1.0:ON|"},
-                VersionCase{"2.0:ON,,a", false, "2.0:ON||a|"},
-                // A comma in the first place belongs to the first item.
-                VersionCase{",1.0:ON", false, ",1.0:ON|"}, VersionCase{",", false, ",|"},
-                VersionCase{",,1.0:ON", true, ",|1.0:ON|"},
-                VersionCase{"V:1.0,1.0:ON", true, "V:1.0|1.0:ON|"},
-                VersionCase{"Vx1.0", false, "Vx1.0|"}, VersionCase{"V:2.0,1.0:ON", false, ""},
-                VersionCase{"VV", false, ""}, VersionCase{"V:1.0:ON,1.0:ON", false, ""},
-                VersionCase{"V,1.0,1.0:ON", true, "V|1.0|1.0:ON|"},
-                VersionCase{"V:1.0", false, "V:1.0|"}, VersionCase{"V:", false, ""},
-                VersionCase{"v:2.0,1.0:ON", true, "v:2.0|1.0:ON|"}));
 
 TEST_F(Phone, VersionControlTellsItsWholeWay) {
     start("ufs40:samsung");
