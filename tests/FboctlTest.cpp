@@ -181,6 +181,51 @@ FILE* startEndlessRun() {
                  "r");
 }
 
+/** The doctor names exactly what is broken, and nothing else; what is whole it finds well. */
+TEST(Fboctl, DoctorNamesExactlyTheBreak) {
+    const struct {
+        const char *device, *what, *wrong;
+    } kRows[] = {
+            {"ufs40:micron", nullptr, nullptr},
+            {"ufs31:samsung,platform=mtk", nullptr, nullptr},
+            {"ufs40:micron,fault.hr=unreadable", "/hr is readable", "Permission denied"},
+            {"ufs40:micron,node.hr=0102", "the health report is complete", "4 of 1024"},
+            {"ufs40:micron,wear=2400", "the wear is below", "2400 program/erase"},
+            {"ufs40:micron,node.vendor=NOBODY", "the maker of the flash", "NOBODY"},
+            {"ufs40:micron,node.fbo_support=0", "the driver offers FBO", "does not begin with 1"},
+            {"ufs40:micron,node.fbo_max_lrc=0", "the range limit makes sense", "is 0"},
+            {"ufs40:micron,fault.fbo_max_lrc=missing", "fbo_max_lrc is readable", "No such file"},
+            {"ufs31:micron,node.fbs_defrag_ops=", "fbs_defrag_ops holds a number", "no number"},
+            {"ufs31:micron,fault.fbs_flc_enable=unwritable", "fbs_flc_enable is writable",
+             "denied"},
+            {"ufs40:micron,fault.fbo_prog_state=read-error", "prog_state is readable",
+             "output error"},
+            {"ufs40:micron,userdata=/dev/block/dm-9", "dm-9/gc_urgent is writable", "No such file"},
+            {"ufs40:micron,eua=0", "the driver offers EUA", "eua_support is not 1"},
+            {"ufs40:micron,node.inquiry=short", "the INQUIRY data", "5 of 36 bytes"},
+            {"ufs40:skhynix-tarno", "no policy row excludes", "policy row (0)"},
+            {"ufs40:micron,gsort_size=9437190", "the boot-LUN record", "no \"snapshot\""},
+            {"ufs40:micron,node.dropfreesize=x", "dropfreesize holds a number", "no number"},
+            {"ufs40:micron,prop.vendor.snapshot_devicefreeblock=x", "devicefreeblock is",
+             "no number"},
+            {"ufs40:micron,fault.ctrl=unwritable", "ctrl is writable", "Permission denied"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.device);
+        const Outcome outcome = fboctl(tool("--json doctor 2>&- --sim ") + "'" + row.device + "'");
+        EXPECT_EQ(outcome.status, row.what == nullptr ? 0 : 1);
+        int wrong = 0;
+        for (const Json::Value& finding : parse(outcome.output)) {
+            if (finding["ok"].asBool()) continue;
+            ++wrong;
+            ASSERT_NE(row.what, nullptr) << finding;
+            EXPECT_NE(finding["check"].asString().find(row.what), std::string::npos) << finding;
+            EXPECT_NE(finding["wrong"].asString().find(row.wrong), std::string::npos) << finding;
+        }
+        EXPECT_EQ(wrong, row.what == nullptr ? 0 : 1) << outcome.output;
+    }
+}
+
 /** A watch hears the event that another fboctl has the kernel send it. */
 TEST(Fboctl, WatchesDropEvents) {
     FILE* const watch = popen(

@@ -22,6 +22,9 @@ ExitStatus trigger(const Options& options);
 // Erase.cpp
 ExitStatus euaErase(const Options& options);
 
+// Doctor.cpp
+ExitStatus doctor(const Options& options);
+
 // Snapshot.cpp
 ExitStatus snapshotBackup(const Options& options);
 ExitStatus snapshotDrop(const Options& options);

@@ -32,6 +32,8 @@ Commands:
                         comes, and what came of it.
   snapshot event [PID]  Have the kernel send the drop event: with --sim to a service of its own,
                         otherwise to that of the watch with this process id.
+  doctor [FEATURE]      Check, step by step and without changing anything, that all is there
+                        that the service needs; for fbo, eua or snapshot alone, or for all.
 
 Options:
   --first-block N       defrag: the block of the unit, in 4 KiB, at which the file system begins

@@ -22,7 +22,7 @@ LogReader makeReader(bool show, LogReader listener) {
 Session::Session(const Options& options, LogReader listener)
     : platform_(startPlatform(options.sim, makeReader(options.log, std::move(listener)))),
       service_(IFbo::getService()) {
-    if (service_ == nullptr) throw CallError("there is no service; on a host use --sim");
+    if (service_ == nullptr) throw NoService();
 }
 
 void printJson(const Json::Value& value) {

@@ -19,9 +19,14 @@ using ::android::sp;
 using ::android::hardware::hidl_string;
 using ::vendor::nivora::hardware::fbo::V1_0::IFbo;
 
-/** An error escaped a call of the service, or there is none to call. */
+/** No answer comes from the service: an error escaped the call. */
 struct CallError : std::runtime_error {
     using std::runtime_error::runtime_error;
+};
+
+/** There is no service to call. */
+struct NoService : CallError {
+    NoService() : CallError("there is no service; on a host use --sim") {}
 };
 
 /** Makes `call` and returns what it answers. Throws CallError if no answer comes. */

@@ -29,6 +29,7 @@ constexpr Command kCommands[] = {
         {"eua support", 0, 0, euaSupport},
         {"eua size", 0, 0, euaSize},
         {"eua erase", 1, 1, euaErase},
+        {"doctor", 0, 1, doctor},
         {"snapshot backup", 0, 0, snapshotBackup},
         {"snapshot drop", 0, 0, snapshotDrop},
         {"snapshot status", 0, 0, snapshotStatus},

@@ -1,0 +1,391 @@
+/*
+ * Looks at everything that the service will reach for, without changing any of it.
+ */
+
+#include <cutils/uevent.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <android-base/properties.h>
+#include <json/json.h>
+
+#include "Answers.h"
+#include "Commands.h"
+#include "Platform.h"
+#include "Session.h"
+#include "fbo/defrag/Nodes.h"
+#include "fbo/eua/Nodes.h"
+#include "fbo/snapshot/Nodes.h"
+
+namespace fboctl {
+
+namespace {
+
+using namespace vendor::nivora::hardware::fbo::implementation;
+
+/** What came of a check: well, or what is wrong and what to do about it. */
+struct Finding {
+    std::string feature;
+    std::string what;
+    /** What is wrong; empty if nothing is. */
+    std::string wrong;
+    std::string advice;
+};
+
+/** The content of a file, or why it cannot be read. */
+struct Content {
+    std::string text;
+    std::string error;
+};
+
+Content readFile(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return {{}, strerror(errno)};
+    Content content;
+    char chunk[4096];
+    ssize_t size;
+    while ((size = read(fd, chunk, sizeof(chunk))) > 0) content.text.append(chunk, size);
+    if (size < 0) content.error = strerror(errno);
+    close(fd);
+    return content;
+}
+
+/** Whether `text` begins with a number that the service can take; what is wrong if not. */
+std::string checkNumber(const std::string& text) {
+    try {
+        std::stoi(text);
+        return {};
+    } catch (const std::exception&) {
+        return "\"" + text.substr(0, text.find('\n')) + "\" is no number of 32 bits";
+    }
+}
+
+class Doctor {
+  public:
+    /** @param session the service to ask for what only it knows; null if there is none. */
+    Doctor(const Session* session, const LogLines& log) : session_(session), log_(log) {}
+
+    const std::vector<Finding>& examine() {
+        examineController();
+        examineFbo();
+        examineEua();
+        examineSnapshot();
+        return findings_;
+    }
+
+  private:
+    void add(const std::string& what, const std::string& wrong, const std::string& advice) {
+        findings_.push_back({feature_, what, wrong, advice});
+    }
+
+    /** What a node is called in a finding: without the controller's directory. */
+    std::string nameOf(const std::string& path) const {
+        const bool ours =
+                !controller_.empty() && path.compare(0, controller_.size(), controller_) == 0;
+        return ours ? path.substr(controller_.size() + 1) : path;
+    }
+
+    /** Looks at a node that is read; true if it can be. */
+    bool readable(const std::string& path, std::string* text = nullptr) {
+        Content content = readFile(path);
+        add(nameOf(path) + " is readable", content.error,
+            "the driver must offer it, and the service be allowed to read it");
+        if (text != nullptr) *text = content.text;
+        return content.error.empty();
+    }
+
+    /** Looks at a node that holds a number; nothing if it does not. */
+    std::optional<int> number(const std::string& path) {
+        std::string text;
+        if (!readable(path, &text)) return std::nullopt;
+        const std::string wrong = checkNumber(text);
+        add(nameOf(path) + " holds a number", wrong,
+            "the service ends the call with an error otherwise");
+        if (!wrong.empty()) return std::nullopt;
+        return std::stoi(text);
+    }
+
+    /** Looks at a node that is written: opens it, and neither truncates nor writes. */
+    void writable(const std::string& path) {
+        const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        add(nameOf(path) + " is writable", fd < 0 ? strerror(errno) : "",
+            "the driver must offer it, and the service be allowed to write it");
+        if (fd >= 0) close(fd);
+    }
+
+    void numberProperty(const char* name, const char* unset) {
+        add(std::string("property ") + name + " is a number",
+            checkNumber(android::base::GetProperty(name, unset)), "unset it, or set a number");
+    }
+
+    void examineController();
+    void examineVendor();
+    void examineFbo();
+    void examineHealth();
+    void examineWear();
+    void examineUserdata();
+    void examineEua();
+    void examinePolicy();
+    void examineSnapshot();
+    void examineRecord();
+
+    const Session* const session_;
+    const LogLines& log_;
+    std::string feature_;
+    std::string controller_;
+    std::string vendor_;
+    bool maker_known_ = false;
+    std::vector<Finding> findings_;
+};
+
+void Doctor::examineController() {
+    feature_ = "all";
+    const bool qcom = android::base::GetProperty("ro.hardware", "qcom") == "qcom";
+    const std::string driver =
+            std::string("/sys/bus/platform/drivers/") + (qcom ? "ufshcd-qcom/" : "ufshcd-mtk/");
+    DIR* const directory = opendir(driver.c_str());
+    std::string wrong = directory == nullptr ? strerror(errno) : "no entry has \"ufs\" in its name";
+    while (directory != nullptr) {
+        const dirent* entry = readdir(directory);
+        if (entry == nullptr) break;
+        if (strstr(entry->d_name, "ufs") != nullptr) {
+            controller_ = driver + entry->d_name;
+            wrong.clear();
+            break;
+        }
+    }
+    if (directory != nullptr) closedir(directory);
+    add("the host controller is " + (controller_.empty() ? "in " + driver : controller_), wrong,
+        "check the driver, and the property ro.hardware (qcom or not picks the directory)");
+    examineVendor();
+}
+
+void Doctor::examineVendor() {
+    const std::string path = "/sys/class/block/sda/device/vendor";
+    if (!readable(path, &vendor_)) return;
+    vendor_.resize(std::min<size_t>(vendor_.size(), 10));
+    for (const char* name : {"MICRON", "WDC", "KIOXIA", "SKhynix", "SAMSUNG"}) {
+        maker_known_ = maker_known_ || vendor_.find(name) != std::string::npos;
+    }
+    add("the maker of the flash is known",
+        maker_known_ ? "" : "\"" + vendor_.substr(0, vendor_.find('\n')) + "\" has no table",
+        "without one the wear stays unknown and fragmentation levels count as they are");
+}
+
+void Doctor::examineFbo() {
+    feature_ = "fbo";
+    examineHealth();
+    examineUserdata();
+    if (controller_.empty()) return;
+    const std::string nodes = controller_ + kFboDirectory;
+    std::string support;
+    if (readable(nodes + node::kSupport, &support)) {
+        add("the driver offers FBO", support[0] == '1' ? "" : "fbo_support does not begin with 1",
+            "FBO_isSupport answers false");
+    }
+    const std::optional<int> ufs31 = number(nodes + node::kIsUfs31);
+    number(nodes + node::kMinLbaSize);
+    if (const auto ranges = number(nodes + node::kMaxLbaCount)) {
+        add("the range limit makes sense",
+            *ranges > 0 ? "" : "fbo_max_lrc is " + std::to_string(*ranges),
+            "with a limit below 1 a whole request is sent as one list");
+    }
+    readable(nodes + node::kFragLevel);
+    for (const char* name : {node::kDebug, node::kExeLevel, node::kWholefileEnable,
+                             node::kSendLrList, node::kErrorCount, node::kRetryCount}) {
+        writable(nodes + name);
+    }
+    if (ufs31 == 1) {
+        writable(nodes + node::kFlcEnable);
+        number(nodes + node::kFlcOps);
+        writable(nodes + node::kDefragEnable);
+        number(nodes + node::kDefragOps);
+        return;
+    }
+    writable(nodes + node::kOperationControl);
+    number(nodes + node::kProgState);
+    if (number(nodes + node::kLinearMapState) != 1) return;
+    readable(nodes + node::kLinearMappingStart);
+    readable(nodes + node::kLinearMappingEnd);
+}
+
+void Doctor::examineHealth() {
+    std::string report;
+    if (!readable(kHealthReportNode, &report)) return;
+    add("the health report is complete",
+        report.size() >= 1024 ? "" : std::to_string(report.size()) + " of 1024 characters",
+        "what is missing repeats the last byte, and the wear may be wrong");
+    if (report.size() >= 1024 && maker_known_) examineWear();
+}
+
+void Doctor::examineWear() {
+    if (session_ == nullptr) return;
+    std::string wrong;
+    try {
+        constexpr int kWornOut = 2400;
+        const std::optional<int> cycles = askWear(*session_).cycles;
+        if (!cycles) {
+            wrong = "it is not known";
+        } else if (*cycles >= kWornOut) {
+            wrong = std::to_string(*cycles) + " program/erase cycles";
+        }
+    } catch (const CallError& error) {
+        wrong = error.what();
+    }
+    add("the wear is below 2400 cycles", wrong, "FBO_isSupport answers false on worn flash");
+}
+
+void Doctor::examineUserdata() {
+    const std::string link = "/dev/block/mapper/userdata";
+    char target[512];
+    const ssize_t length = readlink(link.c_str(), target, sizeof(target));
+    add(link + " is a link", length < 0 ? strerror(errno) : "",
+        "without it urgent garbage collection finds no volume");
+    if (length < 0) return;
+    const std::string path(target, length);
+    writable(kF2fsDirectory + path.substr(path.rfind('/') + 1) + kUrgentGcNode);
+}
+
+void Doctor::examineEua() {
+    feature_ = "eua";
+    if (controller_.empty()) return;
+    const std::string nodes = controller_ + kEuaDirectory;
+    const std::optional<int> support = number(nodes + node::kEuaSupport);
+    if (support) {
+        add("the driver offers EUA", support == 1 ? "" : "eua_support is not 1",
+            "EUA_isSupport answers false");
+    }
+    number(nodes + node::kEuaSupportSize);
+    writable(nodes + node::kEuaUnmap);
+    std::string inquiry;
+    if (!readable(controller_ + kScsiDirectory + node::kInquiry, &inquiry)) return;
+    add("the INQUIRY data is long enough",
+        inquiry.size() >= 36 ? "" : std::to_string(inquiry.size()) + " of 36 bytes",
+        "the part cannot be identified");
+    if (support == 1) examinePolicy();
+}
+
+void Doctor::examinePolicy() {
+    if (session_ == nullptr) return;
+    std::string wrong;
+    try {
+        wrong = askEua(*session_, log_).reason;
+    } catch (const CallError& error) {
+        wrong = error.what();
+    }
+    add("no policy row excludes phone and part from EUA", wrong, "EUA_isSupport answers false");
+}
+
+void Doctor::examineSnapshot() {
+    feature_ = "snapshot";
+    writable("/proc/sys/vm/drop_caches");
+    examineRecord();
+    numberProperty("vendor.snapshot_freespace.maxlimit", "20");
+    numberProperty("vendor.snapshot_freespace.minlimit", "8");
+    numberProperty("vendor.snapshot_devicefreeblock", "16");
+    const int socket = uevent_open_socket(64 * 1024, true);
+    add("the uevent socket opens", socket < 0 ? strerror(errno) : "",
+        "the service must be allowed netlink_kobject_uevent_socket");
+    if (socket >= 0) close(socket);
+    if (controller_.empty()) return;
+    const std::string nodes = controller_ + kSnapshotDirectory;
+    writable(nodes + node::kSnapshotCtrl);
+    readable(nodes + node::kSnapshotStatus);
+    if (vendor_.find("MICRON") != std::string::npos ||
+        vendor_.find("KIOXIA") != std::string::npos) {
+        number(nodes + node::kDropFreeSize);
+        writable(nodes + node::kDropFreeSize);
+    }
+}
+
+void Doctor::examineRecord() {
+    const std::string path = "/dev/block/by-name/gsort";
+    constexpr off_t kRecord = 9 * 1024 * 1024;
+    constexpr std::string_view kMagic = "snapshot";
+    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    add(path + " opens for reading and writing", fd < 0 ? strerror(errno) : "",
+        "without it no backup is taken");
+    if (fd < 0) return;
+    char magic[kMagic.size()] = {};
+    const ssize_t size = pread(fd, magic, sizeof(magic), kRecord);
+    close(fd);
+    const bool good = size == sizeof(magic) && std::string_view(magic, sizeof(magic)) == kMagic;
+    add("the boot-LUN record has its magic", good ? "" : "no \"snapshot\" at 9437184",
+        "the record is then written back as it is, and protects no boot LUN");
+}
+
+/** Prints the findings, a line each, with what to do about the bad ones. */
+void print(const std::vector<Finding>& findings) {
+    for (const Finding& finding : findings) {
+        const bool well = finding.wrong.empty();
+        printf("%s %-8s %s%s%s\n", well ? "\u2713" : "\u2717", finding.feature.c_str(),
+               finding.what.c_str(), well ? "" : ": ", finding.wrong.c_str());
+        if (!well) printf("           -> %s\n", finding.advice.c_str());
+    }
+}
+
+Json::Value describe(const std::vector<Finding>& findings) {
+    Json::Value list(Json::arrayValue);
+    for (const Finding& finding : findings) {
+        Json::Value entry;
+        entry["feature"] = finding.feature;
+        entry["check"] = finding.what;
+        entry["ok"] = finding.wrong.empty();
+        if (!finding.wrong.empty()) {
+            entry["wrong"] = finding.wrong;
+            entry["advice"] = finding.advice;
+        }
+        list.append(entry);
+    }
+    return list;
+}
+
+/** A session if there is a service; on a phone it need not run yet. */
+std::unique_ptr<Session> tryService(const Options& options, LogLines& log) {
+    try {
+        return std::make_unique<Session>(options, log.reader());
+    } catch (const NoService&) {
+        fprintf(stderr, "fboctl: there is no service to ask for wear and policy\n");
+        return nullptr;
+    }
+}
+
+}  // namespace
+
+ExitStatus doctor(const Options& options) {
+    const std::string wanted = options.arguments.empty() ? "" : options.arguments[0];
+    if (!wanted.empty() && wanted != "fbo" && wanted != "eua" && wanted != "snapshot") {
+        throw UsageError("doctor takes fbo, eua or snapshot, not \"" + wanted + "\"");
+    }
+    LogLines log;
+    const std::unique_ptr<Session> session = tryService(options, log);
+    Doctor doctor(session.get(), log);
+    std::vector<Finding> findings;
+    for (const Finding& finding : doctor.examine()) {
+        if (wanted.empty() || finding.feature == wanted || finding.feature == "all") {
+            findings.push_back(finding);
+        }
+    }
+    if (options.json) {
+        printJson(describe(findings));
+    } else {
+        print(findings);
+    }
+    const bool well = std::all_of(findings.begin(), findings.end(),
+                                  [](const Finding& finding) { return finding.wrong.empty(); });
+    return well ? kDone : kNo;
+}
+
+}  // namespace fboctl
