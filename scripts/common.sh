@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 packages="cmake g++ ninja-build pkgconf
     hidl-gen android-libutils-dev android-libbase-dev android-liblog-dev android-libcutils-dev
-    libfuse3-dev libgtest-dev libjsoncpp-dev"
+    libfuse3-dev libgtest-dev libjsoncpp-dev blueprint-tools"
 
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }

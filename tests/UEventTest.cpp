@@ -5,7 +5,6 @@
 #include <csignal>
 
 #include "Phone.h"
-#include "fbo/snapshot/DropEvent.h"
 #include "sim/Uevent.h"
 
 namespace {
@@ -20,24 +19,6 @@ std::string message(std::string strings) {
 }
 
 const std::string kEvent = message("change@/devices/ufs|ACTION=change|UFS_SNAPSHOT_DROP_EVENT|");
-
-TEST(DropEvent, IsAStringOfItsOwn) {
-    const std::pair<const char*, size_t> kRows[] = {
-            {"||", 0},
-            {"UFS_SNAPSHOT_DROP_EVENT||", 1},
-            {"a|UFS_SNAPSHOT_DROP_EVENT|b|UFS_SNAPSHOT_DROP_EVENT||", 2},
-            {"UFS_SNAPSHOT_DROP_EVEN||", 0},
-            {"UFS_SNAPSHOT_DROP_EVENT2||", 0},
-            {"EVENT=UFS_SNAPSHOT_DROP_EVENT||", 0},
-            {"ufs_snapshot_drop_event| UFS_SNAPSHOT_DROP_EVENT||", 0},
-            // An empty string ends the list.
-            {"a||UFS_SNAPSHOT_DROP_EVENT||", 0},
-            {"\xff\x01=|UFS_SNAPSHOT_DROP_EVENT||", 1},
-    };
-    for (const auto& [strings, count] : kRows) {
-        EXPECT_EQ(countDropEvents(message(strings).c_str()), count) << strings;
-    }
-}
 
 TEST_F(Phone, DropsWhenTheKernelSaysSo) {
     start("ufs40:samsung,snapshot=2");

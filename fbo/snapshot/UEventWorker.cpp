@@ -3,7 +3,6 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 
 #include "fbo/Fbo.h"
@@ -80,14 +79,6 @@ void Fbo::UEventEvent() {
             FBO_LOGE("[SNAPSHOT-HAL] drop snapshot fail in uevent");
         }
     }
-}
-
-size_t countDropEvents(const char* message) {
-    size_t count = 0;
-    for (const char* text = message; *text != '\0'; text += strlen(text) + 1) {
-        if (strcmp(text, kDropEvent) == 0) ++count;
-    }
-    return count;
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -1,0 +1,146 @@
+/*
+ * What other programs are built against: the names that the library exports and needs, and the
+ * slots of its interface.
+ */
+
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "fbo/Fbo.h"
+
+namespace {
+
+using namespace vendor::nivora::hardware::fbo::implementation;
+
+/** What `command` prints, a line each. */
+std::set<std::string> run(const std::string& command) {
+    std::set<std::string> lines;
+    FILE* const pipe = popen(command.c_str(), "r");
+    char line[4096];
+    while (fgets(line, sizeof(line), pipe) != nullptr) lines.insert({line, strcspn(line, "\n")});
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return lines;
+}
+
+TEST(Contract, ExportsWhatIsPromisedAndNothingElse) {
+    // Demangled, without the types of arguments; constructors and destructors count once.
+    std::set<std::string> expected = {"typeinfo for Fbo", "typeinfo name for Fbo", "VTT for Fbo",
+                                      "vtable for Fbo", "virtual thunk to Fbo::~Fbo"};
+    for (const char* name : {
+                 "Fbo",
+                 "~Fbo",
+                 "FBO_isSupport",
+                 "FBO_trigger",
+                 "FBO_stateCtl",
+                 "FBO_GCADisCard",
+                 "FBO_VersionCtrl",
+                 "EUA_GetFreeSpaceAPECycle",
+                 "EUA_SendEraseCmd",
+                 "EUA_isSupport",
+                 "EUA_SupportSize",
+                 "SnapShot_isSupport",
+                 "SnapShot_startBackup",
+                 "SnapShot_startDrop",
+                 "SnapShot_getStatus",
+                 "getUFSPEcycleALevelToNum",
+                 "UEventWorker",
+                 "UEventEvent",
+         }) {
+        expected.insert(std::string("Fbo::") + name);
+    }
+    for (const char* name : {
+                 "hal_status_flag",
+                 "is_stop",
+                 "cmd_retry_count",
+                 "cmd_fail_count",
+                 "snapshotStatusMap",
+                 "snapshotCtrlMap",
+                 "getFeatureDevicePath",
+                 "readFileToString",
+                 "getUFSVendor",
+                 "get_userdata_mapper",
+                 "getUserFreeSpaceInfo",
+                 "drop_caches",
+                 "delay_work_timer",
+                 "FBO_isUFS31",
+                 "FBO_Get_MinLBASize",
+                 "FBO_Get_MaxLBACount",
+                 "FBO_Clear",
+                 "record_cmd_fail",
+                 "UFS40_FBO_Imp",
+                 "UFS31_FBO_Imp",
+                 "FBO2_Support_Linear_Mapping",
+                 "FBO2_Linear_Mapping",
+                 "getUfsInfo",
+                 "checkDisableEuaPolicy",
+                 "read_from_partition",
+                 "write_to_partition",
+                 "setBootlunInfo",
+                 "updateSnapshotCloudCtrlPolicy",
+                 "setSnapshotFreeBlockThr",
+         }) {
+        expected.insert(name);
+    }
+    EXPECT_EQ(
+            run("nm -DC --defined-only " FBO_LIBRARY
+                " | sed -E 's/^[0-9a-f]+ . //; s/vendor::nivora::hardware::fbo::implementation:://;"
+                " s/(\\[abi:[a-z0-9]+\\])?(\\(.*)?$//'"),
+            expected);
+}
+
+TEST(Contract, NeedsPlatformLibrariesOnly) {
+    std::set<std::string> needed =
+            run("readelf -d " FBO_LIBRARY " | sed -nE 's/.*NEEDED.*\\[(.*)\\]/\\1/p'");
+    for (const char* language : {"libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "libm.so.6"}) {
+        needed.erase(language);
+    }
+    EXPECT_EQ(needed, (std::set<std::string>{"libbase.so.0", "libcutils_uevent.so",
+                                             "libhidlbase.so", "liblog.so.0", "libutils.so.0",
+                                             "vendor.nivora.hardware.fbo@1.0.so"}));
+}
+
+/** Where a virtual method stands, counted in slots from the first one. */
+template <typename Method>
+ptrdiff_t slotOf(Method method) {
+    const auto offset = [](auto pointer) {
+        ptrdiff_t value;
+        memcpy(&value, &pointer, sizeof(value));
+        return value;
+    };
+    return (offset(method) - offset(&IFbo::isRemote)) / static_cast<ptrdiff_t>(sizeof(void*));
+}
+
+TEST(Contract, TheMethodsStandInTheirSlots) {
+    ptrdiff_t slot = 0;
+    EXPECT_EQ(slotOf(&IFbo::interfaceChain), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::debug), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::interfaceDescriptor), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::getHashChain), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::setHALInstrumentation), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::linkToDeath), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::ping), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::getDebugInfo), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::notifySyspropsChanged), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::unlinkToDeath), ++slot);
+    // The two destructors.
+    slot += 2;
+    EXPECT_EQ(slotOf(&IFbo::FBO_isSupport), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::FBO_trigger), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::FBO_stateCtl), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::FBO_GCADisCard), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::FBO_VersionCtrl), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::EUA_GetFreeSpaceAPECycle), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::EUA_SendEraseCmd), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::EUA_isSupport), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::EUA_SupportSize), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::SnapShot_isSupport), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::SnapShot_startBackup), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::SnapShot_startDrop), ++slot);
+    EXPECT_EQ(slotOf(&IFbo::SnapShot_getStatus), ++slot);
+}
+
+}  // namespace
