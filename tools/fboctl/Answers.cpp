@@ -17,7 +17,7 @@ constexpr char kNotTold[] = "the log does not tell why";
 std::string whyNoFbo(const Session& session, const LogLines& log) {
     if (!log.find("Failed to open fbo_support node").empty()) return "the driver has no FBO nodes";
     if (!log.find("device does not fbo").empty()) return "the driver says no, or nothing";
-    const std::string controller = whyNoController(log);
+    std::string controller = whyNoController(log);
     if (!controller.empty()) return controller;
     constexpr int kWornOut = 2400;
     const int cycles = askWear(session).cycles.value_or(0);
@@ -32,7 +32,7 @@ std::string whyNoEua(const LogLines& log) {
     if (!log.find("Open eua_support file failure").empty()) return "the driver has no EUA nodes";
     const std::string answer = log.find("eua_support is ");
     if (!answer.empty()) return "the driver says " + answer.substr(15);
-    const std::string controller = whyNoController(log);
+    std::string controller = whyNoController(log);
     return controller.empty() ? kNotTold : controller;
 }
 

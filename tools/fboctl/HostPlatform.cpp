@@ -39,7 +39,8 @@ class StateFile {
         std::string text;
         char chunk[4096];
         ssize_t size;
-        while (fd_ >= 0 && (size = pread(fd_, chunk, sizeof(chunk), text.size())) > 0) {
+        while (fd_ >= 0 &&
+               (size = pread(fd_, chunk, sizeof(chunk), static_cast<off_t>(text.size()))) > 0) {
             text.append(chunk, size);
         }
         return text;

@@ -20,7 +20,7 @@ void Progress::take(const std::string& text) {
     if (says("fbo_max_lrc is larger")) {
         limit_ = kMaxRanges;
     } else if (const auto limit = says("fbo_max_lrc is ")) {
-        limit_ = static_cast<size_t>(std::max(0l, strtol(limit->data(), nullptr, 10)));
+        limit_ = static_cast<size_t>(std::max(0L, strtol(limit->data(), nullptr, 10)));
     } else if (says("lba is: ")) {
         ++zones_;
         const size_t expected = limit_ == 0 ? 1 : (ranges_ + limit_ - 1) / limit_;
