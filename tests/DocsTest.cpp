@@ -1,5 +1,6 @@
 /*
- * Holds the documents against what they describe: the nodes against the simulated device.
+ * Holds the documents against what they describe: the nodes against the simulated device, the log
+ * lines against the library's sources.
  */
 
 #include <sys/stat.h>
@@ -10,8 +11,10 @@
 #include <iterator>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -160,5 +163,118 @@ INSTANTIATE_TEST_SUITE_P(
                                "/sys/bus/platform/drivers/ufshcd-qcom/1d84000.ufshc"},
                         Device{"ufs40:micron,platform=mtk", "4.0",
                                "/sys/bus/platform/drivers/ufshcd-mtk/112b0000.ufshci"}));
+
+/** A log line: its priority and format, and the function that it names. */
+struct LogLine {
+    std::string line;
+    std::string function;
+
+    bool operator<(const LogLine& other) const {
+        return std::tie(line, function) < std::tie(other.line, other.function);
+    }
+};
+
+/** The last `form` in `text`, its first group; empty if there is none. */
+std::string lastOf(const std::string& text, const std::regex& form) {
+    std::string last;
+    for (std::sregex_iterator match(text.begin(), text.end(), form), end; match != end; ++match) {
+        last = (*match)[1];
+    }
+    return last;
+}
+
+/** A text of a length of its own is a text to the reader of the log. */
+std::string asRead(const std::string& format) {
+    static const std::regex kLength("%\\.\\*s");
+    return std::regex_replace(format, kLength, "%s");
+}
+
+/**
+ * The log lines of a source file. The function is the one around the call, or the constant or text
+ * that the call names; empty if it is a variable.
+ */
+void addLogged(const std::string& source, std::set<LogLine>& logged) {
+    static const std::regex kCall(
+            "FBO_LOG(?:([DIE])\\(|\\(ANDROID_LOG_([DIE])[A-Z]+,\\s*(\\w+|\"\\w+\"),)\\s*"
+            "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)");
+    static const std::regex kPiece("\"((?:[^\"\\\\]|\\\\.)*)\"");
+    static const std::regex kDefinition("\n[A-Za-z][^\n;={]*?(\\w+)\\([^\n]*");
+    static const std::regex kNameConstant("kName\\[\\] = \"(\\w+)\"");
+    size_t calls = 0;
+    for (std::sregex_iterator call(source.begin(), source.end(), kCall), end; call != end; ++call) {
+        ++calls;
+        const std::smatch& match = *call;
+        const std::string before = source.substr(0, match.position());
+        std::string function = match[3];
+        if (!match[3].matched) {
+            function = lastOf(before, kDefinition);
+        } else if (function == "kName") {
+            function = lastOf(before, kNameConstant);
+        } else if (function.front() == '"') {
+            function = function.substr(1, function.size() - 2);
+        } else {
+            function.clear();
+        }
+        std::string format;
+        const std::string pieces = match[4];
+        for (std::sregex_iterator piece(pieces.begin(), pieces.end(), kPiece); piece != end;
+             ++piece) {
+            format += (*piece)[1];
+        }
+        const std::string priority = match[1].matched ? match[1] : match[2];
+        logged.insert({priority + " " + asRead(format), function});
+    }
+    // No call is worded so that it goes unseen.
+    static const std::regex kAnyCall("FBO_LOG[DIE]?\\(");
+    const auto all = std::distance(std::sregex_iterator(source.begin(), source.end(), kAnyCall),
+                                   std::sregex_iterator());
+    EXPECT_EQ(calls, static_cast<size_t>(all));
+}
+
+std::set<LogLine> loggedLines() {
+    std::set<LogLine> logged;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(SOURCES)) {
+        const fs::path& path = entry.path();
+        // Where the macros are defined nothing is logged.
+        if (path.filename() == "Log.h") continue;
+        if (path.extension() != ".cpp" && path.extension() != ".h") continue;
+        SCOPED_TRACE(path);
+        addLogged(readText(path), logged);
+    }
+    return logged;
+}
+
+std::set<LogLine> documentedLines() {
+    std::set<LogLine> documented;
+    for (const Cells& row : readRows("integration.md", 4)) {
+        if (row[1] != "D" && row[1] != "I" && row[1] != "E") continue;
+        const Cells formats = codesOf(row[2]);
+        EXPECT_EQ(formats.size(), 1u) << row[2];
+        EXPECT_FALSE(row[3].empty()) << row[2] << " has no meaning";
+        if (formats.size() != 1) continue;
+        for (const std::string& function : codesOf(row[0])) {
+            EXPECT_TRUE(documented.insert({row[1] + " " + formats[0], function}).second)
+                    << row[2] << " is listed twice";
+        }
+    }
+    return documented;
+}
+
+TEST(IntegrationGuide, ListsWhatIsLogged) {
+    const std::set<LogLine> documented = documentedLines();
+    const std::set<LogLine> logged = loggedLines();
+    EXPECT_GT(logged.size(), 100u);
+    std::set<std::string> lines;
+    for (const LogLine& line : documented) lines.insert(line.line);
+    for (const LogLine& line : logged) {
+        const bool listed =
+                line.function.empty() ? lines.count(line.line) == 1 : documented.count(line) == 1;
+        EXPECT_TRUE(listed) << "not documented: " << line.function << " " << line.line;
+    }
+    for (const LogLine& line : documented) {
+        const bool said = logged.count(line) == 1 || logged.count({line.line, ""}) == 1;
+        EXPECT_TRUE(said) << "documented, but not logged: " << line.function << " " << line.line;
+    }
+}
 
 }  // namespace
