@@ -74,19 +74,44 @@ void becomeRoot() {
     writeFile("/proc/self/gid_map", "0 " + gid + " 1");
 }
 
-/** Makes a file system served by `fuse` that is mounted nowhere, and returns its root. */
-int makeFileSystem(int fuse) {
-    const Fd context(fsopen("fuse", FSOPEN_CLOEXEC), "the kernel offers no FUSE file system");
-    const auto set = [&](const char* key, const std::string& value) {
-        if (fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) != 0) fail(key);
-    };
-    set("fd", std::to_string(fuse));
-    set("rootmode", "40000");
-    set("user_id", std::to_string(geteuid()));
-    set("group_id", std::to_string(getegid()));
-    if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) {
-        fail("the system allows no FUSE file system; try as root");
+using Options = std::vector<std::pair<const char*, std::string>>;
+
+constexpr char kNoFuse[] = "the system allows no FUSE file system; try as root";
+
+/**
+ * Mounts a file system where fsopen() is missing, as under user-mode emulation: in a mount
+ * namespace of this process's own, over a directory that is there for sure.
+ */
+int mountFileSystem(const Options& options) {
+    constexpr char kPlace[] = "/dev";
+    std::string text;
+    for (const auto& [key, value] : options) text += std::string(key) + "=" + value + ",";
+    text.pop_back();
+    if (unshare(CLONE_NEWNS) != 0) fail("the system allows no mount namespace; try as root");
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("fuse", kPlace, "fuse", 0, text.c_str()) != 0) {
+        fail(kNoFuse);
     }
+    // By its path alone: nobody serves yet what another way of opening would ask for.
+    const int root = open(kPlace, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    // The directory is back for the server to use; the file system stays as long as its root.
+    if (umount2(kPlace, MNT_DETACH) != 0) fail(kPlace);
+    return root;
+}
+
+/** Makes a file system served by `fuse` that nobody else sees, and returns its root. */
+int makeFileSystem(int fuse) {
+    const Options options = {{"fd", std::to_string(fuse)},
+                             {"rootmode", "40000"},
+                             {"user_id", std::to_string(geteuid())},
+                             {"group_id", std::to_string(getegid())}};
+    const int opened = fsopen("fuse", FSOPEN_CLOEXEC);
+    if (opened < 0 && errno == ENOSYS) return mountFileSystem(options);
+    const Fd context(opened, "the kernel offers no FUSE file system");
+    for (const auto& [key, value] : options) {
+        if (fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) != 0) fail(key);
+    }
+    if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) fail(kNoFuse);
     return fsmount(context.get(), FSMOUNT_CLOEXEC, 0);
 }
 
