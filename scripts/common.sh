@@ -3,9 +3,11 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-packages="cmake g++ ninja-build pkgconf
-    hidl-gen android-libutils-dev android-libbase-dev android-liblog-dev android-libcutils-dev
-    libfuse3-dev libgtest-dev libjsoncpp-dev blueprint-tools"
+# What is built from, for the processor that is built for.
+libraries="android-libutils-dev android-libbase-dev android-liblog-dev android-libcutils-dev
+    libfuse3-dev libgtest-dev libjsoncpp-dev"
+packages="cmake g++ ninja-build pkgconf hidl-gen blueprint-tools $libraries"
+build=build
 
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }
@@ -35,13 +37,51 @@ install_packages() {
         fail "apt-get could not install$missing"
 }
 
+# Has all that follows build for 64-bit Arm, in a folder of its own.
+use_arm64() {
+    packages="cmake ninja-build pkgconf hidl-gen g++-aarch64-linux-gnu qemu-user"
+    build=build-arm64
+}
+
+# Unpacks the libraries for 64-bit Arm, with all that they need, in the build folder: Debian's
+# own may not go along with those of the machine, which stay as they are.
+make_sysroot() {
+    [ ! -f $build/sysroot.done ] || return 0
+    say "Fetching the libraries for arm64"
+    sysroot=$PWD/$build/sysroot
+    apt=$PWD/$build/apt
+    rm -rf "$sysroot" "$apt"
+    mkdir -p "$sysroot/usr/lib" "$apt/lists/partial" "$apt/cache/archives/partial"
+    : >"$apt/status"
+    # An apt of its own, on a machine where nothing is installed.
+    apt_get() {
+        apt-get -qq -o APT::Architecture=arm64 -o APT::Architectures=arm64 \
+            -o Dir::State::Lists="$apt/lists" -o Dir::State::Status="$apt/status" \
+            -o Dir::State::extended_states="$apt/extended_states" -o Dir::Cache="$apt/cache" \
+            -o APT::Sandbox::User="$(id -un)" -o Debug::NoLocking=1 "$@"
+    }
+    apt_get update || fail "apt-get could not fetch the list of packages for arm64"
+    apt_get install -y --no-install-recommends --download-only libc6-dev libstdc++6 $libraries \
+        >/dev/null || fail "apt-get could not fetch the libraries for arm64"
+    # What Debian still has in /lib belongs with the rest; links stay within the folder.
+    ln -s usr/lib "$sysroot/lib"
+    for package in "$apt"/cache/archives/*.deb; do
+        dpkg-deb --fsys-tarfile "$package" | tar -x --keep-directory-symlink -C "$sysroot"
+    done
+    find "$sysroot" -type l -lname '/*' | while read -r link; do
+        ln -sfn "$sysroot$(readlink "$link")" "$link"
+    done
+    rm -rf "$apt"
+    touch $build/sysroot.done
+}
+
 build() {
-    if [ ! -f build/build.ninja ]; then
-        mkdir -p build
-        cmake -S . -B build -G Ninja >build/cmake.log 2>&1 ||
-            { cat build/cmake.log >&2; fail "cmake failed"; }
+    if [ ! -f $build/build.ninja ]; then
+        mkdir -p $build
+        cmake -S . -B $build -G Ninja "$@" >$build/cmake.log 2>&1 ||
+            { cat $build/cmake.log >&2; fail "cmake failed"; }
     fi
-    ninja -C build --quiet
+    ninja -C $build --quiet
 }
 
 # Sets `simulate` to what a command that simulates a device has to be run with.
@@ -59,5 +99,5 @@ find_simulate() {
 
 # What root has written among the user's files is the user's.
 give_back() {
-    [ -z "$simulate" ] || sudo chown -R "$(id -u):$(id -g)" build
+    [ "$simulate" != sudo ] || sudo chown -R "$(id -u):$(id -g)" $build
 }
