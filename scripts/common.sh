@@ -39,7 +39,7 @@ install_packages() {
 
 # Has all that follows build for 64-bit Arm, in a folder of its own.
 use_arm64() {
-    packages="cmake ninja-build pkgconf hidl-gen g++-aarch64-linux-gnu qemu-user"
+    packages="cmake ninja-build pkgconf hidl-gen blueprint-tools g++-aarch64-linux-gnu qemu-user"
     build=build-arm64
 }
 

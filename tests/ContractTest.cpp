@@ -86,7 +86,8 @@ TEST(Contract, ExportsWhatIsPromisedAndNothingElse) {
         expected.insert(name);
     }
     EXPECT_EQ(
-            run("nm -DC --defined-only " FBO_LIBRARY
+            run(NM
+                " -DC --defined-only " FBO_LIBRARY
                 " | sed -E 's/^[0-9a-f]+ . //; s/vendor::nivora::hardware::fbo::implementation:://;"
                 " s/(\\[abi:[a-z0-9]+\\])?(\\(.*)?$//'"),
             expected);
@@ -94,7 +95,7 @@ TEST(Contract, ExportsWhatIsPromisedAndNothingElse) {
 
 TEST(Contract, NeedsPlatformLibrariesOnly) {
     std::set<std::string> needed =
-            run("readelf -d " FBO_LIBRARY " | sed -nE 's/.*NEEDED.*\\[(.*)\\]/\\1/p'");
+            run(READELF " -d " FBO_LIBRARY " | sed -nE 's/.*NEEDED.*\\[(.*)\\]/\\1/p'");
     for (const char* language : {"libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "libm.so.6"}) {
         needed.erase(language);
     }
