@@ -1,7 +1,5 @@
 #include "fbo/defrag/Cycle.h"
 
-#include "fbo/defrag/Nodes.h"
-#include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
@@ -69,6 +67,15 @@ Cycle::Outcome Cycle::readReport() {
     // Unlike the retry of an abnormal state, this one is not counted.
     retry_available_ = false;
     return newPass();
+}
+
+Cycle::Outcome Cycle::keepLevel() {
+    if (first_pass_) {
+        level_before_ = level();
+        return nextStep();
+    }
+    level_after_ = level();
+    return endWith(kDone);
 }
 
 int32_t Cycle::level() const {

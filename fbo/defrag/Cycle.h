@@ -5,8 +5,11 @@
 #include <string>
 
 #include "fbo/Globals.h"
+#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/Result.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Poll.h"
+#include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -21,6 +24,18 @@ class Cycle {
   public:
     virtual ~Cycle() = default;
 
+    /**
+     * @param name the function whose name the log lines carry.
+     * @param directory the FBO nodes' directory.
+     */
+    Cycle(const char* name, const std::string& directory, const std::string& lr_list,
+          int32_t& level_before, int32_t& level_after)
+        : name_(name),
+          directory_(directory),
+          lr_list_(lr_list),
+          level_before_(level_before),
+          level_after_(level_after) {}
+
     /** Runs passes until a step ends the call, and returns its result. */
     int run();
 
@@ -34,19 +49,15 @@ class Cycle {
     static Outcome newPass() { return {Outcome::kNewPass, 0}; }
     static Outcome endWith(int result) { return {Outcome::kReturn, result}; }
 
-    /**
-     * @param name the function whose name the log lines carry.
-     * @param directory the FBO nodes' directory.
-     */
-    Cycle(const char* name, const std::string& directory, const std::string& lr_list,
-          int32_t& level_before, int32_t& level_after)
-        : name_(name),
-          directory_(directory),
-          lr_list_(lr_list),
-          level_before_(level_before),
-          level_after_(level_after) {}
-
     virtual Outcome pass() = 0;
+
+    /** Takes steps in their order, until one leads elsewhere than to the next. */
+    template <typename... Steps>
+    static Outcome inOrder(Steps... steps) {
+        Outcome outcome;
+        static_cast<void>(((outcome = steps(), outcome.next == Outcome::kNextStep) && ...));
+        return outcome;
+    }
 
     std::string path(const char* node) const { return directory_ + node; }
 
@@ -94,8 +105,9 @@ class Cycle {
     /** Reads the fragmentation report; one too short costs the retry, or ends the call. */
     Outcome readReport();
 
-    /** The level that the report tells. */
-    int32_t level() const;
+    /** Keeps the level that the report tells, and ends the call if it is that of the second pass.
+     */
+    Outcome keepLevel();
 
     /**
      * Starts the optimisation by `command` to `control_node` and reads the state from
@@ -124,9 +136,19 @@ class Cycle {
     static constexpr int kPollLimit = 200;
 
     void logOpenFailure() const;
+    int32_t level() const;
 
     /** One for the whole call, whatever it is spent on. */
     bool retry_available_ = true;
 };
+
+/** Runs a zone through an `Engine`, a Cycle; done at once if no host controller is found. */
+template <typename Engine>
+int32_t runCycle(const char* name, const std::string& lr_list, int32_t& level_before,
+                 int32_t& level_after) {
+    const auto directory = getFeatureDevicePath(kFboDirectory);
+    if (!directory) return kDone;
+    return Engine(name, *directory, lr_list, level_before, level_after).run();
+}
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -26,20 +26,14 @@ enum DefragState { kDefragmented = 0, kDefragmenting = 2, kFinishing = 3, kFaile
 
 class Ufs31Cycle : public Cycle {
   public:
-    Ufs31Cycle(const std::string& directory, const std::string& lr_list, int32_t& level_before,
-               int32_t& level_after)
-        : Cycle(kName, directory, lr_list, level_before, level_after) {}
+    using Cycle::Cycle;
 
   private:
     Outcome pass() override {
-        Outcome outcome = clear();
-        if (outcome.next == Outcome::kNextStep) outcome = sendList(node::kFlcOps);
-        if (outcome.next == Outcome::kNextStep) outcome = resendList();
-        if (outcome.next == Outcome::kNextStep) outcome = analyse();
-        if (outcome.next == Outcome::kNextStep) outcome = readReport();
-        if (outcome.next == Outcome::kNextStep) outcome = takeLevel();
-        if (outcome.next == Outcome::kNextStep) outcome = defragment();
-        return outcome;
+        return inOrder([this] { return clear(); }, [this] { return sendList(node::kFlcOps); },
+                       [this] { return resendList(); }, [this] { return analyse(); },
+                       [this] { return readReport(); }, [this] { return takeLevel(); },
+                       [this] { return defragment(); });
     }
 
     Outcome clear() {
@@ -114,12 +108,7 @@ class Ufs31Cycle : public Cycle {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] read buff success.");
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] read buff success, the level is: %s.",
                 report_.c_str());
-        if (first_pass_) {
-            level_before_ = level();
-            return nextStep();
-        }
-        level_after_ = level();
-        return endWith(kDone);
+        return keepLevel();
     }
 
     Outcome defragment() {
@@ -154,9 +143,7 @@ class Ufs31Cycle : public Cycle {
 }  // namespace
 
 int32_t UFS31_FBO_Imp(std::string lr_list, int32_t& level_before, int32_t& level_after) {
-    const auto directory = getFeatureDevicePath(kFboDirectory);
-    if (!directory) return kDone;
-    return Ufs31Cycle(*directory, lr_list, level_before, level_after).run();
+    return runCycle<Ufs31Cycle>(kName, lr_list, level_before, level_after);
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -21,19 +21,13 @@ enum State { kOngoing = 1, kAnalysed = 2, kOptimised = 3, kFailed = 255 };
 
 class Ufs40Cycle : public Cycle {
   public:
-    Ufs40Cycle(const std::string& directory, const std::string& lr_list, int32_t& level_before,
-               int32_t& level_after)
-        : Cycle(kName, directory, lr_list, level_before, level_after) {}
+    using Cycle::Cycle;
 
   private:
     Outcome pass() override {
-        Outcome outcome = clear();
-        if (outcome.next == Outcome::kNextStep) outcome = sendList(node::kProgState);
-        if (outcome.next == Outcome::kNextStep) outcome = analyse();
-        if (outcome.next == Outcome::kNextStep) outcome = readReport();
-        if (outcome.next == Outcome::kNextStep) outcome = takeLevel();
-        if (outcome.next == Outcome::kNextStep) outcome = optimise();
-        return outcome;
+        return inOrder([this] { return clear(); }, [this] { return sendList(node::kProgState); },
+                       [this] { return analyse(); }, [this] { return readReport(); },
+                       [this] { return takeLevel(); }, [this] { return optimise(); });
     }
 
     Outcome clear() {
@@ -74,12 +68,7 @@ class Ufs40Cycle : public Cycle {
     Outcome takeLevel() {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] read buff success, the level is \n: %s.",
                 report_.c_str());
-        if (first_pass_) {
-            level_before_ = level();
-            return nextStep();
-        }
-        level_after_ = level();
-        return endWith(kDone);
+        return keepLevel();
     }
 
     Outcome optimise() {
@@ -113,9 +102,7 @@ class Ufs40Cycle : public Cycle {
 }  // namespace
 
 int32_t UFS40_FBO_Imp(std::string lr_list, int32_t& level_before, int32_t& level_after) {
-    const auto directory = getFeatureDevicePath(kFboDirectory);
-    if (!directory) return kDone;
-    return Ufs40Cycle(*directory, lr_list, level_before, level_after).run();
+    return runCycle<Ufs40Cycle>(kName, lr_list, level_before, level_after);
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation
