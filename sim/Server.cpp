@@ -183,6 +183,8 @@ int Server::set(std::string_view assignment) {
             prints_ = value == "1";
         } else if (key.compare(0, 5, "node.") == 0) {
             tree_.script(key.substr(5), split(value, '/'));
+        } else if (key == "unscript") {
+            tree_.unscript(std::string(value));
         } else if (key.compare(0, 6, "fault.") == 0) {
             return setFault(key.substr(6), value);
         } else if (key == "product") {

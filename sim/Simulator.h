@@ -37,6 +37,7 @@ class Simulator {
      *   a key of Settings::describe();
      *   "node.NAME": what the node NAME has its readers read, texts separated by "/", the last
      *     one again and again;
+     *   "unscript": the node that is to answer by itself again;
      *   "fault.NAME": what is wrong with the node: missing, unreadable, unwritable, read-error,
      *     write-error or none, several with "/" between;
      *   "product", "revision": of the INQUIRY data;

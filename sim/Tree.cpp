@@ -40,6 +40,10 @@ void Tree::script(const std::string& name, std::vector<std::string> texts) {
     scripts_[name] = {std::move(texts)};
 }
 
+void Tree::unscript(const std::string& name) {
+    scripts_.erase(name);
+}
+
 void Tree::setFault(const std::string& name, Fault fault) {
     faults_[name] = fault;
 }

@@ -51,6 +51,8 @@ class Tree {
      * after the other, and go on with the last.
      */
     void script(const std::string& name, std::vector<std::string> texts);
+    /** Has the file called `name` answer by itself again. */
+    void unscript(const std::string& name);
     void setFault(const std::string& name, Fault fault);
 
     // The answers to the kernel: 0 or more, or a negative errno.
