@@ -169,6 +169,14 @@ void Server::addControls() {
                           return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
                       }});
     add("unmapped", {[this] { return device_.flash().unmapped(); }, nullptr});
+    add("struck", {[this] { return struck(); }, nullptr});
+    add("gsort", {[this] { return device_.partition().dump(); }, nullptr});
+}
+
+std::string Server::struck() const {
+    std::string keys = device_.settings().taken();
+    for (const std::string& key : tree_.struck()) keys += key + "\n";
+    return keys;
 }
 
 int Server::set(std::string_view assignment) {

@@ -19,6 +19,8 @@ namespace sim {
  *   trace      read: the trace so far; written: starts it anew
  *   optimised  read and written: the ranges that the flash has optimised
  *   unmapped   read: the ranges that the flash has unmapped
+ *   struck     read: the settings that have shaped an answer since they were set, a line each
+ *   gsort      read: what the gsort partition holds, see Partition::dump()
  */
 class Server {
   public:
@@ -37,6 +39,7 @@ class Server {
 
   private:
     void addControls();
+    std::string struck() const;
     int set(std::string_view assignment);
     int setFault(const std::string& name, std::string_view words);
     /** Adds a line to the trace, or prints it, or both, as it is set. */

@@ -234,6 +234,14 @@ std::string Simulator::unmapped() const {
     return readFile("/.sim/unmapped");
 }
 
+std::string Simulator::struck() const {
+    return readFile("/.sim/struck");
+}
+
+std::string Simulator::gsort() const {
+    return readFile("/.sim/gsort");
+}
+
 void Simulator::setOptimised(std::string_view ranges) {
     if (!ranges.empty()) writeFile("/.sim/optimised", ranges);
 }

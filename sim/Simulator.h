@@ -61,6 +61,11 @@ class Simulator {
     /** The ranges that the flash has unmapped. */
     std::string unmapped() const;
 
+    /** The settings that have shaped an answer since they were set, a line each. */
+    std::string struck() const;
+    /** What the gsort partition holds, see Partition::dump(). */
+    std::string gsort() const;
+
     /** What profiles there are and what can be set, for a help text. */
     static std::string describe();
 };

@@ -5,6 +5,14 @@
 
 namespace sim {
 
+namespace {
+
+// What the settings are called that make a file misbehave.
+const std::string kFault = "fault.";
+const std::string kScript = "node.";
+
+}  // namespace
+
 std::string nameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -38,6 +46,7 @@ void Tree::setSpace(const std::string& path, std::function<struct statvfs()> spa
 
 void Tree::script(const std::string& name, std::vector<std::string> texts) {
     scripts_[name] = {std::move(texts)};
+    struck_.erase(kScript + name);
 }
 
 void Tree::unscript(const std::string& name) {
@@ -46,17 +55,20 @@ void Tree::unscript(const std::string& name) {
 
 void Tree::setFault(const std::string& name, Fault fault) {
     faults_[name] = fault;
+    struck_.erase(kFault + name);
 }
 
 const Tree::Entry* Tree::find(const std::string& path) const {
     const auto entry = entries_.find(path);
-    if (entry == entries_.end() || fault(path).missing) return nullptr;
+    if (entry == entries_.end() || strikes(path, &Fault::missing)) return nullptr;
     return &entry->second;
 }
 
-Fault Tree::fault(const std::string& path) const {
+bool Tree::strikes(const std::string& path, bool Fault::*what) const {
     const auto fault = faults_.find(nameOf(path));
-    return fault == faults_.end() ? Fault{} : fault->second;
+    if (fault == faults_.end() || !(fault->second.*what)) return false;
+    struck_.insert(kFault + fault->first);
+    return true;
 }
 
 int Tree::attributes(const std::string& path, struct stat& attributes) const {
@@ -115,8 +127,8 @@ int Tree::open(const std::string& path, bool reads, bool writes) const {
     if (entry == nullptr) return -ENOENT;
     const bool readable = entry->file.show || entry->file.read_at;
     const bool writable = entry->file.store || entry->file.write_at;
-    if (reads && (!readable || fault(path).unreadable)) return -EACCES;
-    if (writes && (!writable || fault(path).unwritable)) return -EACCES;
+    if (reads && (!readable || strikes(path, &Fault::unreadable))) return -EACCES;
+    if (writes && (!writable || strikes(path, &Fault::unwritable))) return -EACCES;
     return 0;
 }
 
@@ -124,13 +136,14 @@ int Tree::read(const std::string& path, std::string& text) {
     const Entry* entry = find(path);
     // What a driver's file says that went away while it was open.
     if (entry == nullptr) return -ENODEV;
-    if (fault(path).read_error) return -EIO;
+    if (strikes(path, &Fault::read_error)) return -EIO;
     const auto script = scripts_.find(nameOf(path));
     if (script == scripts_.end()) {
         text = entry->file.show();
     } else {
         Script& lines = script->second;
         text = lines.texts[lines.next];
+        struck_.insert(kScript + script->first);
         if (lines.next + 1 < lines.texts.size()) ++lines.next;
     }
     return 0;
@@ -144,21 +157,21 @@ bool Tree::isDevice(const std::string& path) const {
 ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (fault(path).read_error) return -EIO;
+    if (strikes(path, &Fault::read_error)) return -EIO;
     return entry->file.read_at(bytes, count, offset);
 }
 
 ssize_t Tree::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (fault(path).write_error) return -EIO;
+    if (strikes(path, &Fault::write_error)) return -EIO;
     return entry->file.write_at(bytes.data(), bytes.size(), offset);
 }
 
 int Tree::write(const std::string& path, std::string_view text) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (fault(path).write_error) return -EIO;
+    if (strikes(path, &Fault::write_error)) return -EIO;
     return entry->file.store(text);
 }
 

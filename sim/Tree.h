@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +55,8 @@ class Tree {
     /** Has the file called `name` answer by itself again. */
     void unscript(const std::string& name);
     void setFault(const std::string& name, Fault fault);
+    /** The faults and scripts that have shaped an answer since they were set, by setting. */
+    const std::set<std::string>& struck() const { return struck_; }
 
     // The answers to the kernel: 0 or more, or a negative errno.
     int attributes(const std::string& path, struct stat& attributes) const;
@@ -83,12 +86,14 @@ class Tree {
 
     Entry& add(const std::string& path, mode_t type);
     const Entry* find(const std::string& path) const;
-    Fault fault(const std::string& path) const;
+    /** Whether the file has the fault `what`, which then shapes an answer. */
+    bool strikes(const std::string& path, bool Fault::*what) const;
 
     std::map<std::string, Entry> entries_ = {{"/", {}}};
     std::map<std::string, std::function<struct statvfs()>> spaces_;
     std::map<std::string, Script> scripts_;
     std::map<std::string, Fault> faults_;
+    mutable std::set<std::string> struck_;
 };
 
 /** The last component of `path`. */
