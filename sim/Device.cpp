@@ -196,8 +196,8 @@ void Device::addUfs31Nodes(const std::string& directory) {
     tree_.addFile(directory + "fbs_flc_ops",
                   {[this] {
                        settle();
-                       const int accepted = acceptance_.state(kIdle, kIdle);
-                       return line(operation_.state(accepted, kOngoing31));
+                       const int state = operation_.state(kIdle, kOngoing31);
+                       return line(state == kIdle ? acceptance_.state(kIdle, kIdle) : state);
                    },
                    nullptr});
     tree_.addFile(directory + "fbs_defrag_enable",
@@ -345,6 +345,8 @@ int Device::enableAnalysis31(std::string_view text) {
         return 0;
     }
     if (number != 1 || acceptance_.state(kIdle, kIdle) != kListAccepted31) return -EINVAL;
+    // The analysis uses the list up.
+    acceptance_.clear(now_, 0);
     startAnalysis(kAnalysed31);
     return 0;
 }
