@@ -27,10 +27,10 @@ class Healing {
     void checkTrigger();
     void checkErase();
     void checkSnapshot();
-    void checkDropEvent();
+    void dropByEvent();
 
     /** The device is in the state that a drop ends in. */
-    void requireDropped(const char* when);
+    void requireDropped();
     /** The lines traced since the last call. */
     std::vector<std::string> takeTrace();
     int32_t expectedCycles() const;

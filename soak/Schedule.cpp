@@ -186,16 +186,11 @@ int drawNumber(Random& random, size_t limit) {
 }
 
 Moment drawMoment(Random& random) {
-    switch (random.below(4)) {
-        case 0:
-            return {};
-        case 1:
-            return {Moment::Mark::kSleep, drawNumber(random, 12)};
-        case 2:
-            return {Moment::Mark::kSleep, drawNumber(random, 150)};
-        default:
-            return {Moment::Mark::kLogLine, drawNumber(random, 120)};
-    }
+    const int at = random.below(100);
+    if (at < 45) return {};
+    if (at < 65) return {Moment::Mark::kSleep, drawNumber(random, 8)};
+    if (at < 70) return {Moment::Mark::kSleep, drawNumber(random, 150)};
+    return {Moment::Mark::kLogLine, drawNumber(random, 100)};
 }
 
 std::string drawRanges(Random& random, int count, char separator) {
@@ -285,6 +280,16 @@ Event noController(Random& random, const Schedule& schedule) {
     return {Kind::kNoController, {}, std::string("fault.") + random.pick(names), "missing"};
 }
 
+/** So that an event which is to fall into a backup does. */
+void backUpFirst(Schedule& schedule) {
+    auto& tasks = schedule.tasks;
+    const auto backup = std::find_if(tasks.begin(), tasks.end(), [](const Task& task) {
+        return task.call == Task::Call::kSnapshot;
+    });
+    if (backup != tasks.end()) tasks.erase(backup);
+    tasks.insert(tasks.begin(), {Task::Call::kSnapshot, ""});
+}
+
 void addEvent(Random& random, Schedule& schedule, Kind kind) {
     const unsigned users = usersOf(schedule);
     Event event{kind, {}, "", ""};
@@ -296,11 +301,12 @@ void addEvent(Random& random, Schedule& schedule, Kind kind) {
             schedule.company = drawNumber(random, 60);
             return;
         case Kind::kDropEvent:
-            if ((users & kSnapshot) == 0) return;
+            backUpFirst(schedule);
             event.value = random.percent(60) ? "awaited" : "at once";
-            event.moment = {Moment::Mark::kSleep, drawNumber(random, 20)};
+            event.moment = {Moment::Mark::kSleep, drawNumber(random, 8)};
             break;
         case Kind::kStop:
+            if ((users & kTrigger) == 0 && random.percent(75)) return;
             event.value = "stop";
             event.moment = drawMoment(random);
             schedule.events.push_back(event);
@@ -413,11 +419,14 @@ Schedule draw(uint64_t seed, uint64_t run) {
     }
     while (schedule.events.empty()) addEvent(random, schedule, drawKind(random));
     if (random.percent(20)) {
-        const int scale = 1 << random.below(12);
+        const int scale = 1 << random.below(11);
         schedule.kill_at = scale + random.below(static_cast<size_t>(scale));
     }
     reconcile(schedule);
-    schedule.seams = {random.below(11), random.below(11)};
+    for (int count = 1 + random.below(2); count > 0; --count) {
+        schedule.seams.push_back(random.below(11));
+    }
+    schedule.drops_by_event = random.percent(50);
     return schedule;
 }
 

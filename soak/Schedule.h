@@ -66,6 +66,8 @@ struct Schedule {
     int company = 0;
     /** Seams in the zones that are defragmented when all is well again. */
     std::vector<int> seams;
+    /** Whether the snapshot that is made then is dropped by an event, or else by a call. */
+    bool drops_by_event = false;
 
     bool is31() const { return device.compare(0, 5, "ufs31") == 0; }
     bool has(Kind kind) const;
