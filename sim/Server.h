@@ -1,9 +1,10 @@
 #pragma once
 
-#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "sim/Answers.h"
 #include "sim/Device.h"
 #include "sim/Tree.h"
 
@@ -14,6 +15,7 @@ namespace sim {
  * its user speaks to the simulation:
  *
  *   set        written: "KEY=VALUE", see Simulator::set()
+ *   answers    written: what the phone's files answer from then on, see Simulator::answer()
  *   clock      written: seconds to let pass
  *   note       written: a line for the trace
  *   trace      read: the trace so far; written: starts it anew
@@ -24,7 +26,8 @@ namespace sim {
  */
 class Server {
   public:
-    Server(const Profile& profile, bool mtk);
+    /** @param keeps_names whether the kernel may remember what files there are. */
+    Server(const Profile& profile, bool mtk, bool keeps_names);
 
     /** Serves the FUSE connection `fd` until the file system is gone. */
     void run(int fd);
@@ -32,6 +35,8 @@ class Server {
     // The answers to the kernel, a negative errno for a failure. What the phone's own files
     // are read and written with is traced.
     Tree& tree() { return tree_; }
+    bool keepsNames() const { return keeps_names_; }
+    int open(const std::string& path, bool reads, bool writes);
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
     ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset);
@@ -45,8 +50,11 @@ class Server {
     /** Adds a line to the trace, or prints it, or both, as it is set. */
     void trace(const std::string& line);
 
+    const bool keeps_names_;
     Tree tree_;
     Device device_;
+    /** What the phone's files answer in place of the device. */
+    std::optional<Answers> answers_;
     std::string trace_;
     bool records_ = false;
     bool prints_ = false;

@@ -2,6 +2,9 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "sim/Answers.h"
 
 namespace sim {
 
@@ -24,7 +27,9 @@ class Simulator {
      *     "platform": the maker of the host controller, qcom or mtk;
      *     "hardware": the property ro.hardware, if it is not to be the platform, and "device":
      *         the property ro.product.device; empty to leave them unset;
-     *     "pace": see setPace().
+     *     "pace": see setPace();
+     *     "keep_names": 1 to have the kernel remember what files there are, which makes the opening
+     *         of one many times faster. None can go missing then.
      * @throws std::invalid_argument if the device is not worded well, std::system_error if the
      *     system does not allow it.
      */
@@ -48,6 +53,12 @@ class Simulator {
      * Throws std::invalid_argument if the device does not take it.
      */
     void set(const std::string& key, const std::string& value);
+
+    /**
+     * Has the phone's files answer with `answers` from now on, and not as a device would: see
+     * Answers. About a mebibyte at most.
+     */
+    void answer(const std::vector<Answer>& answers);
 
     /** The traffic so far: reads, writes, sleeps and notes, a line each. */
     std::string trace() const;
