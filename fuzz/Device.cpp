@@ -280,6 +280,8 @@ const std::vector<std::string> fuzz::kRegressions = {
         // A UFS 4.0 zone in two passes, and the mapping; then with a stop.
         triggerOf(0, "\2\x0d\x13\0\0\2\6\3\0\2\6\1\0\4\0\4"s),
         triggerOf(3, "\2\x0d\x13\0\0\1\x78"s),
+        // One whose optimisation fails at its start.
+        triggerOf(0, "\2\x0d\x13\0\0\2\6\5"s),
         // A UFS 3.1 zone that fails over and over; then one that takes its time.
         triggerOf(0, "\2\x0d\x13\1\0\0\1\3\6\5\5\0\0\1\3\6\5\5\0\0\1\3\6\0"s),
         triggerOf(0, "\2\x0d\x13\1\0\0\0\1\2\2\3\6\2\3\0\0\0\1\3\6"s),
@@ -293,6 +295,8 @@ const std::vector<std::string> fuzz::kRegressions = {
         inputOf({{7, ""}}, 0, "\x40\x0b\x0d\x0a\x78"s),
         // A part that is identified, and one that is not.
         inputOf({{3, ""}, {4, ""}, {5, ""}}, 0, "\1\x12\x0d\x13\1\x12\1\x1b"s),
+        // The volume that there is, and a place before the start of the partition.
+        inputOf({{10, withLength("/dev/block/dm-5")}, {13, "\x10\xff\xff\xff\xff"}}, 0, ""),
 };
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
