@@ -18,7 +18,7 @@ namespace {
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 
-/** Ranges in a zone that is defragmented; the tenth part of its seams is the level. */
+/** Ranges in a zone that is defragmented: its level is then the number of its seams, 0 to 10. */
 constexpr int kZoneRanges = 11;
 /** Looks at a working device in a zone: two analyses and an optimisation of one look each. */
 constexpr int kZoneRetries = 3;

@@ -33,7 +33,7 @@ struct Record {
     int32_t wear;
     std::atomic<bool> stopped;
     bool killed;
-    /** Kills that were not tried, as nobody can be watched here. */
+    /** A kill was due and not tried, as nobody can be watched here. */
     bool kill_skipped;
     /** The service was started anew. */
     bool fresh;
