@@ -8,6 +8,8 @@ libraries="android-libutils-dev android-libbase-dev android-liblog-dev android-l
     libfuse3-dev libgtest-dev libjsoncpp-dev"
 packages="cmake g++ ninja-build pkgconf hidl-gen blueprint-tools $libraries"
 build=build
+# What of it is built; nothing: all.
+targets=
 
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }
@@ -81,7 +83,7 @@ build() {
         cmake -S . -B $build -G Ninja "$@" >$build/cmake.log 2>&1 ||
             { cat $build/cmake.log >&2; fail "cmake failed"; }
     fi
-    ninja -C $build --quiet
+    ninja -C $build --quiet $targets
 }
 
 # Sets `simulate` to what a command that simulates a device has to be run with.
