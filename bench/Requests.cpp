@@ -1,12 +1,11 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
-#include <string_view>
+#include <utility>
 
 #include <benchmark/benchmark.h>
 
 #include "bench/Allocations.h"
-#include "bench/PlainPhone.h"
 #include "bench/Request.h"
 #include "bench/Sections.h"
 #include "bench/Service.h"

@@ -1,7 +1,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "bench/PlainPhone.h"
 #include "bench/Request.h"
 #include "bench/Sections.h"
 #include "bench/Service.h"
