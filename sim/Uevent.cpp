@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sched.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -64,6 +65,18 @@ void sendKernelUevent(std::string_view strings) {
 
 void sendUserUevent(std::string_view strings) {
     send(strings, 1);
+}
+
+bool isAwaited(int socket) {
+    constexpr int kDescriptors = 256;
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = socket;
+    // Nothing is changed by this, and the change is refused where there is nothing to change.
+    for (int fd = 0; fd < kDescriptors; ++fd) {
+        if (epoll_ctl(fd, EPOLL_CTL_MOD, socket, &event) == 0) return true;
+    }
+    return false;
 }
 
 }  // namespace sim

@@ -21,4 +21,7 @@ void sendKernelUeventTo(pid_t pid, std::string_view strings);
 /** Sends the same from this process itself, which no listener may mistake for the kernel. */
 void sendUserUevent(std::string_view strings);
 
+/** Whether an epoll instance of this process has `socket` to wait for, as a listener's has. */
+bool isAwaited(int socket);
+
 }  // namespace sim

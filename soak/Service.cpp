@@ -10,14 +10,12 @@
 #include <utility>
 
 #include "host/LogSink.h"
+#include "sim/Uevent.h"
 #include "soak/Violation.h"
 
 namespace soak {
 
 namespace {
-
-/** A worker's socket and epoll instance. */
-constexpr size_t kWorkerDescriptors = 2;
 
 /** New descriptors get the lowest free number: one left open shows among the first. */
 constexpr int kLookedAt = 64;
@@ -49,14 +47,11 @@ bool endsDrop(const char* line) {
 }  // namespace
 
 Service::Service(Record& record, bool print, std::function<void()> line_logged) : record_(record) {
-    const size_t before = openDescriptors().size();
     watchLog(print, std::move(line_logged));
     fbo_ = new Fbo;
     fbo_->incStrong(this);
-    do {
-        sched_yield();
-        descriptors_ = openDescriptors();
-    } while (descriptors_.size() < before + kWorkerDescriptors);
+    while (!sim::isAwaited(fbo_->uevent_fd)) sched_yield();
+    descriptors_ = openDescriptors();
 }
 
 void Service::watchLog(bool print, std::function<void()> line_logged) {

@@ -14,6 +14,7 @@
 
 #include "host/LogSink.h"
 #include "sim/Clock.h"
+#include "sim/Uevent.h"
 
 namespace {
 
@@ -67,11 +68,10 @@ void Phone::start(const std::string& device) {
     service = serve<Fbo>();
 }
 
-void Phone::waitForWorker() {
-    // A worker has two descriptors, the second one once it is about to listen.
+void Phone::waitForWorker(const Fbo& made) {
     ++workers_;
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (openDescriptors().size() < descriptors_.size() + 2 * workers_) {
+    while (!sim::isAwaited(made.uevent_fd)) {
         ASSERT_LT(std::chrono::steady_clock::now(), patience) << "the worker does not listen";
         std::this_thread::yield();
     }

@@ -63,7 +63,7 @@ class Phone : public testing::Test {
     android::sp<Service> serve() {
         const android::sp<Service> made = new Service;
         made->incStrong(nullptr);
-        waitForWorker();
+        waitForWorker(*made);
         return made;
     }
 
@@ -73,8 +73,8 @@ class Phone : public testing::Test {
     void workerEnded() { --workers_; }
 
   private:
-    /** Waits until the worker that was started last listens. */
-    void waitForWorker();
+    /** Waits until the worker of `made` listens. */
+    void waitForWorker(const Fbo& made);
 
     std::vector<int> openDescriptors() const;
 
