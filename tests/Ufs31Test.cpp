@@ -25,6 +25,9 @@ const EngineCase kCases[] = {
          "L A1", {"D flc ops is: 1.", "E flc enable fail."}},
         {"AbnormalOnce", "analysis=0,analysis_end=1/-1,optimise=0", {0, 7, 1, 1, 1, 0},
          "L A1 A0 L A1 D1 A0 L A1", {}},
+        // Nobody clears what shows as idle.
+        {"EndsInIdleOnce", "analysis=0,analysis_end=0/-1,optimise=0", {0, 7, 1, 1, 1, 0},
+         "L A1 L A1 D1 A0 L A1", {}},
         {"AbnormalTwice", "analysis=0,analysis_end=9", {-11, kNone, kNone, 1, 1, 0}, "L A1 A0 L A1",
          {"D flc ops is: 9.", "E flc enable abnormal, exit"}},
         {"ReportShortOnce", "analysis=0,optimise=0,report=28/29", {0, 7, 1, 0, 0, 0},
