@@ -45,7 +45,7 @@ bool floor_find_controller(void) {
 }
 
 static int open_node(const char* node, int flags) {
-    strcpy(path_end, node);
+    memcpy(path_end, node, strlen(node) + 1);
     return open(path, flags | O_CLOEXEC, 0666);
 }
 

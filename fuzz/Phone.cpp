@@ -29,11 +29,11 @@ Phone* g_phone = nullptr;
 std::string unquote(const std::string& quoted) {
     std::string text;
     for (size_t i = 1; i < quoted.size() && quoted[i] != '"'; ++i) {
-        if (quoted[i] != '\\') {
-            text += quoted[i];
-        } else if (quoted[++i] == 'n') {
+        const bool is_escaped = quoted[i] == '\\';
+        if (is_escaped) ++i;
+        if (is_escaped && quoted[i] == 'n') {
             text += '\n';
-        } else if (quoted[i] == 'x') {
+        } else if (is_escaped && quoted[i] == 'x') {
             text += static_cast<char>(std::stoi(quoted.substr(i + 1, 2), nullptr, 16));
             i += 2;
         } else {

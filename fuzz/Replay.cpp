@@ -16,6 +16,8 @@
 #include "fuzz/Target.h"
 
 extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
+// The sanitizers' own name.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" __attribute__((weak)) void __sanitizer_set_death_callback(void (*callback)());
 
 namespace {

@@ -59,6 +59,7 @@ constexpr time_t kEraseSeconds = 5;
 /** Has the device answer with `texts`. */
 void answer(Phone& phone, const std::vector<std::string>& texts) {
     std::vector<Answer> answers;
+    answers.reserve(texts.size());
     for (const std::string& text : texts) {
         answers.push_back(Answer::success(Answer::Operation::kRead, text));
     }
@@ -67,8 +68,8 @@ void answer(Phone& phone, const std::vector<std::string>& texts) {
 
 /** The device gets each zone twice, once in each pass, and all of the request. */
 void trigger(Phone& phone, int max_ranges, const std::string& request) {
-    const auto commas = std::count(request.begin(), request.end(), ',');
-    if (max_ranges > 0) max_ranges = std::max<int>(max_ranges, commas / (2 * kMaxZones) + 1);
+    const auto commas = static_cast<int>(std::count(request.begin(), request.end(), ','));
+    if (max_ranges > 0) max_ranges = std::max(max_ranges, commas / (2 * kMaxZones) + 1);
     std::vector<std::string> answers = {std::to_string(max_ranges) + "\n"};
     for (int zone = 0; zone <= kMaxZones; ++zone) {
         // UFS 4.0; idle, analysed, its level, optimised; idle, analysed, its level.

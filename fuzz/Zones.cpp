@@ -10,19 +10,18 @@
 #include "fuzz/Require.h"
 #include "fuzz/Target.h"
 
+using namespace std::string_literals;
 using vendor::nivora::hardware::fbo::implementation::ZoneCutter;
 
 const std::vector<std::string> fuzz::kRegressions = {
-        "\x01"
-        "1,1,2,1,3,1,",
+        "\1" + "1,1,2,1,3,1,"s,
         // A comma in the first place, and nothing but commas.
         "\x01,1,2,",
         "\x01,,,,,,,",
         "\x02,",
         // Without a limit, and with the largest one.
-        {"\0,1,2,3,", 8},
-        "\xff\x7f\xff\xff\xff"
-        "1,2,3,4",
+        "\0,1,2,3,"s,
+        "\xff\x7f\xff\xff\xff" + "1,2,3,4"s,
 };
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
