@@ -1,7 +1,5 @@
 #include "bench/Service.h"
 
-#include <sched.h>
-
 #include "host/LogSink.h"
 #include "sim/Uevent.h"
 
@@ -11,7 +9,7 @@ Fbo& startService() {
     host::setLogSink(nullptr);
     auto* const service = new Fbo;
     service->incStrong(nullptr);
-    while (!sim::isAwaited(service->uevent_fd)) sched_yield();
+    sim::awaitListener(service->uevent_fd);
     return *service;
 }
 

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -46,6 +48,20 @@ void enterNamespace(pid_t pid, const std::string& kind) {
     if (result != 0) throw std::system_error(error, std::generic_category(), path);
 }
 
+/** Whether an epoll instance of this process has `socket` to wait for. */
+bool isAwaited(int socket) {
+    constexpr int kDescriptors = 256;
+    // As the service registers its socket, so that nothing is changed; where there is nothing to
+    // change, the change is refused.
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = socket;
+    for (int fd = 0; fd < kDescriptors; ++fd) {
+        if (epoll_ctl(fd, EPOLL_CTL_MOD, socket, &event) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 void sendKernelUeventTo(pid_t pid, std::string_view strings) {
@@ -67,16 +83,14 @@ void sendUserUevent(std::string_view strings) {
     send(strings, 1);
 }
 
-bool isAwaited(int socket) {
-    constexpr int kDescriptors = 256;
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = socket;
-    // Nothing is changed by this, and the change is refused where there is nothing to change.
-    for (int fd = 0; fd < kDescriptors; ++fd) {
-        if (epoll_ctl(fd, EPOLL_CTL_MOD, socket, &event) == 0) return true;
+void awaitListener(const int& socket) {
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!isAwaited(socket)) {
+        if (std::chrono::steady_clock::now() > patience) {
+            throw std::runtime_error("nobody listens for uevents");
+        }
+        sched_yield();
     }
-    return false;
 }
 
 }  // namespace sim

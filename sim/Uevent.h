@@ -21,7 +21,13 @@ void sendKernelUeventTo(pid_t pid, std::string_view strings);
 /** Sends the same from this process itself, which no listener may mistake for the kernel. */
 void sendUserUevent(std::string_view strings);
 
-/** Whether an epoll instance of this process has `socket` to wait for, as a listener's has. */
-bool isAwaited(int socket);
+/**
+ * Waits until a listener of this process listens, that is, until an epoll instance has its socket
+ * to wait for.
+ *
+ * @param socket the listener's variable, which it sets.
+ * @throws std::runtime_error after 10 seconds.
+ */
+void awaitListener(const int& socket);
 
 }  // namespace sim

@@ -50,7 +50,7 @@ Service::Service(Record& record, bool print, std::function<void()> line_logged) 
     watchLog(print, std::move(line_logged));
     fbo_ = new Fbo;
     fbo_->incStrong(this);
-    while (!sim::isAwaited(fbo_->uevent_fd)) sched_yield();
+    sim::awaitListener(fbo_->uevent_fd);
     descriptors_ = openDescriptors();
 }
 

@@ -70,11 +70,7 @@ void Phone::start(const std::string& device) {
 
 void Phone::waitForWorker(const Fbo& made) {
     ++workers_;
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!sim::isAwaited(made.uevent_fd)) {
-        ASSERT_LT(std::chrono::steady_clock::now(), patience) << "the worker does not listen";
-        std::this_thread::yield();
-    }
+    sim::awaitListener(made.uevent_fd);
     phone_->clearTrace();
 }
 
