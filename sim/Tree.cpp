@@ -58,20 +58,20 @@ void Tree::setFault(const std::string& name, Fault fault) {
     struck_.erase(kFault + name);
 }
 
-const Tree::Entry* Tree::find(const std::string& path) const {
+const Tree::Entry* Tree::find(const std::string& path) {
     const auto entry = entries_.find(path);
     if (entry == entries_.end() || strikes(path, &Fault::missing)) return nullptr;
     return &entry->second;
 }
 
-bool Tree::strikes(const std::string& path, bool Fault::*what) const {
+bool Tree::strikes(const std::string& path, bool Fault::*what) {
     const auto fault = faults_.find(nameOf(path));
     if (fault == faults_.end() || !(fault->second.*what)) return false;
     struck_.insert(kFault + fault->first);
     return true;
 }
 
-int Tree::attributes(const std::string& path, struct stat& attributes) const {
+int Tree::attributes(const std::string& path, struct stat& attributes) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     const mode_t readable = entry->file.show || entry->file.read_at ? 0444 : 0;
@@ -94,7 +94,7 @@ int Tree::attributes(const std::string& path, struct stat& attributes) const {
     return 0;
 }
 
-int Tree::link(const std::string& path, std::string& target) const {
+int Tree::link(const std::string& path, std::string& target) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     if (entry->type != S_IFLNK) return -EINVAL;
@@ -102,7 +102,7 @@ int Tree::link(const std::string& path, std::string& target) const {
     return 0;
 }
 
-int Tree::list(const std::string& path, std::vector<std::string>& names) const {
+int Tree::list(const std::string& path, std::vector<std::string>& names) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     if (entry->type != S_IFDIR) return -ENOTDIR;
@@ -113,7 +113,7 @@ int Tree::list(const std::string& path, std::vector<std::string>& names) const {
     return 0;
 }
 
-int Tree::space(const std::string& path, struct statvfs& space) const {
+int Tree::space(const std::string& path, struct statvfs& space) {
     if (find(path) == nullptr) return -ENOENT;
     space = {};
     for (const auto& [below, answer] : spaces_) {
@@ -122,7 +122,7 @@ int Tree::space(const std::string& path, struct statvfs& space) const {
     return 0;
 }
 
-int Tree::open(const std::string& path, bool reads, bool writes) const {
+int Tree::open(const std::string& path, bool reads, bool writes) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     const bool readable = entry->file.show || entry->file.read_at;
@@ -149,12 +149,12 @@ int Tree::read(const std::string& path, std::string& text) {
     return 0;
 }
 
-bool Tree::isDevice(const std::string& path) const {
+bool Tree::isDevice(const std::string& path) {
     const Entry* entry = find(path);
     return entry != nullptr && entry->file.read_at;
 }
 
-ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) const {
+ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
     if (strikes(path, &Fault::read_error)) return -EIO;

@@ -59,16 +59,16 @@ class Tree {
     const std::set<std::string>& struck() const { return struck_; }
 
     // The answers to the kernel: 0 or more, or a negative errno.
-    int attributes(const std::string& path, struct stat& attributes) const;
-    int link(const std::string& path, std::string& target) const;
-    int list(const std::string& path, std::vector<std::string>& names) const;
-    int space(const std::string& path, struct statvfs& space) const;
-    int open(const std::string& path, bool reads, bool writes) const;
+    int attributes(const std::string& path, struct stat& attributes);
+    int link(const std::string& path, std::string& target);
+    int list(const std::string& path, std::vector<std::string>& names);
+    int space(const std::string& path, struct statvfs& space);
+    int open(const std::string& path, bool reads, bool writes);
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
     /** Whether the file at `path` is one of bytes at an offset. */
-    bool isDevice(const std::string& path) const;
-    ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset) const;
+    bool isDevice(const std::string& path);
+    ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset);
     ssize_t writeAt(const std::string& path, std::string_view bytes, off_t offset);
 
   private:
@@ -85,15 +85,15 @@ class Tree {
     };
 
     Entry& add(const std::string& path, mode_t type);
-    const Entry* find(const std::string& path) const;
+    const Entry* find(const std::string& path);
     /** Whether the file has the fault `what`, which then shapes an answer. */
-    bool strikes(const std::string& path, bool Fault::*what) const;
+    bool strikes(const std::string& path, bool Fault::*what);
 
     std::map<std::string, Entry> entries_ = {{"/", {}}};
     std::map<std::string, std::function<struct statvfs()>> spaces_;
     std::map<std::string, Script> scripts_;
     std::map<std::string, Fault> faults_;
-    mutable std::set<std::string> struck_;
+    std::set<std::string> struck_;
 };
 
 /** The last component of `path`. */
