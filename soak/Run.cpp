@@ -24,7 +24,7 @@ namespace soak {
 
 namespace {
 
-/** What a service's process ends with; what it has to say stands in the record. */
+/** What a service's process ends with; the record says what was violated. */
 enum Exit { kGood = 0, kViolated = 1 };
 
 template <size_t kSize>
@@ -120,7 +120,7 @@ class Run {
         return pid;
     }
 
-    static void await(pid_t pid) {
+    void await(pid_t pid) const {
         int status = 0;
         while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
         }
@@ -128,11 +128,12 @@ class Run {
     }
 
     /** Throws for a service that ended by itself, or has told the record of a violation. */
-    static void judge(int status) {
+    void judge(int status) const {
         if (WIFEXITED(status) && WEXITSTATUS(status) == kGood) return;
-        require(WIFEXITED(status) && WEXITSTATUS(status) == kViolated,
+        // A sanitizer may end a process with the same number; it tells the record nothing.
+        require(record_.violation[0] != '\0',
                 "the service ended, status " + std::to_string(status));
-        throw Violation("");
+        throw Violation(record_.violation);
     }
 
     const Schedule& schedule_;
@@ -156,7 +157,7 @@ void carryOut(const Schedule& schedule, Record& record, bool print) {
     try {
         run->carryOut();
     } catch (const std::exception& error) {
-        if (record.violation[0] == '\0') put(record.violation, error.what());
+        put(record.violation, error.what());
     }
 }
 

@@ -347,9 +347,9 @@ void reconcile(Schedule& schedule) {
                                [](const Event& event) { return event.kind == Kind::kDropEvent; }),
                 events.end());
     }
-    // The table of states takes in unknown words, and nothing locks it.
+    // The table of states takes in unknown words and the lack of one, and nothing locks it.
     const bool unknown_words = std::any_of(events.begin(), events.end(), [](const Event& event) {
-        return event.key == "node.status";
+        return event.key == "node.status" || event.key == "fault.status";
     });
     for (Event& event : events) {
         if (event.kind == Kind::kDropEvent && unknown_words) event.value = "awaited";

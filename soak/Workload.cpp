@@ -31,7 +31,7 @@ using vendor::nivora::hardware::fbo::implementation::hidl_string;
 constexpr int kSleepLimit = 300;
 constexpr int kLineLimit = 5000;
 
-/** Longer than anything that ends takes to end. */
+/** Longer than any snapshot or clear that ends takes to end. */
 constexpr unsigned kRestSeconds = 4000;
 
 /** While it lives, what its process does is the simulation's doing. */
@@ -101,6 +101,17 @@ void takeBackAll(sim::Simulator& phone, const Schedule& schedule, const Record& 
     }
 }
 
+/**
+ * Whether something may be on its way that the service has no means to end: a snapshot, or a clear
+ * that takes longer than it waits.
+ */
+bool needsRest(const Schedule& schedule) {
+    return std::any_of(schedule.tasks.begin(), schedule.tasks.end(),
+                       [](const Task& task) { return task.call == Task::Call::kSnapshot; }) ||
+           std::any_of(schedule.events.begin(), schedule.events.end(),
+                       [](const Event& event) { return event.key == "clear"; });
+}
+
 void noteStruck(const sim::Simulator& phone, const Schedule& schedule, Record& record) {
     const std::string struck = phone.struck();
     for (size_t i = 0; i < schedule.events.size(); ++i) {
@@ -148,7 +159,7 @@ void checkEscapes(const Schedule& schedule, const Record& record) {
 void takeBack(sim::Simulator& phone, const Schedule& schedule, Record& record) {
     noteStruck(phone, schedule, record);
     takeBackAll(phone, schedule, record);
-    sleep(kRestSeconds);
+    if (needsRest(schedule)) sleep(kRestSeconds);
     checkEscapes(schedule, record);
 }
 
@@ -170,8 +181,9 @@ void Workload::run() {
     for (const Task& task : schedule_.tasks) perform(task);
     if (company.joinable()) company.join();
     record_.phase = Record::Phase::kHealing;
-    sim::onSleep(nullptr);
+    // Not before the worker is at rest, too, which sleeps as well.
     service_.awaitWorker();
+    sim::onSleep(nullptr);
     record_.wear = service_.fbo().pe_cycle;
     takeBack(phone_, schedule_, record_);
     service_.checkDescriptors("after the faults");

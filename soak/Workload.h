@@ -50,8 +50,8 @@ class Workload {
 };
 
 /**
- * Notes which faults the service came across, then takes back all that is wrong with the device
- * and lets time pass until what it was about to do is done.
+ * Notes which faults the service came across, then takes back all that is wrong with the device.
+ * What it is doing goes on; only what the service cannot end is waited for.
  *
  * @throws Violation if an error has escaped that none of the faults explains.
  */

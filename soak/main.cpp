@@ -153,10 +153,10 @@ class Soak {
         soak::Record& record = *found->second;
         running_.erase(found);
         if (record.trouble[0] != '\0') throw std::runtime_error(record.trouble);
-        if (!WIFEXITED(status) && record.violation[0] == '\0') {
+        if (status != 0 && record.violation[0] == '\0') {
             const bool hangs = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
             snprintf(record.violation, sizeof(record.violation), "%s",
-                     hangs ? "it hangs" : "its process was killed");
+                     hangs ? "it hangs" : "its process ended before it");
         }
         table_.add(soak::draw(seed_, record.run), record);
         if (record.violation[0] != '\0') tell(record);
