@@ -39,6 +39,8 @@ constexpr time_t kBackupSeconds = 33;
 constexpr time_t kEraseSeconds = 5;
 /** The longest that a stop takes: a list is sent again, a look, clears, and a mapping. */
 constexpr time_t kStopSeconds = 300 + 6 + 600 + 900;
+constexpr time_t kZoneSeconds = 2 * 60 * 60;
+constexpr time_t kMappingSeconds = 900;
 /** A UFS 3.1 device can fail for ever. */
 constexpr time_t kNoLimit = std::numeric_limits<int32_t>::max();
 
@@ -99,6 +101,9 @@ std::vector<Answer> courseOf(Input& input) {
             const size_t high = input.byte();
             last = input.bytes(high << 8 | input.byte());
         }
+
+        times = std::min({times, kMaxAnswers - course.size(),
+                          (kMaxAnswerBytes - bytes) / std::max(last.size(), size_t{1})});
         bytes += times * last.size();
         course.insert(course.end(), times, Answer::success(Operation::kRead, last));
     }
@@ -124,11 +129,19 @@ bool takeText(std::string_view& text, std::string_view start) {
 /** The device time of the stop that was requested during a call; 0: none. */
 time_t g_stopped = 0;
 
+/** The longest that a run takes. */
+time_t limitOf(const std::string& request) {
+    if (std::string_view(fuzz::kDevice).substr(0, 5) == "ufs31") return kNoLimit;
+    const auto zones = std::count(request.begin(), request.end(), ',') + 1;
+    return zones * kZoneSeconds + kMappingSeconds;
+}
+
 void trigger(Phone& phone, Input& input) {
     const bool has_callback = input.byte() % 16 != 15;
     const std::string request = input.text();
+    const time_t limit = limitOf(request);
     g_stopped = 0;
-    const auto answer = phone.answerOf(has_callback, fuzz::kNoNumber, kNoLimit, [&](auto callback) {
+    const auto answer = phone.answerOf(has_callback, fuzz::kNoNumber, limit, [&](auto callback) {
         phone.service().FBO_trigger(request, callback);
     });
     require(g_stopped == 0 || time(nullptr) - g_stopped <= kStopSeconds, "a stop is heeded");
@@ -295,6 +308,8 @@ const std::vector<std::string> fuzz::kRegressions = {
         inputOf({{7, ""}}, 0, "\x40\x0b\x0d\x0a\x78"s),
         // A part that is identified, and one that is not.
         inputOf({{3, ""}, {4, ""}, {5, ""}}, 0, "\1\x12\x0d\x13\1\x12\1\x1b"s),
+        // More than fits a message to the device, if it were all said.
+        triggerOf(0, "\xff\x0f\xf5"s + std::string(4085, '1') + "\x78"),
         // The volume that there is, and a place before the start of the partition.
         inputOf({{10, withLength("/dev/block/dm-5")}, {13, "\x10\xff\xff\xff\xff"}}, 0, ""),
 };
