@@ -44,6 +44,11 @@ Allocations countAllocations(const std::function<void()>& action) {
     return {counter.count, counter.bytes, static_cast<size_t>(counter.most_held)};
 }
 
+Row allocatedRow(const std::string& operation, const std::function<void()>& action) {
+    const Allocations taken = countAllocations(action);
+    return {operation, std::to_string(taken.bytes) + " in " + std::to_string(taken.count), "0"};
+}
+
 }  // namespace bench
 
 void* operator new(size_t size) {

@@ -2,6 +2,9 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
+
+#include "bench/Table.h"
 
 namespace bench {
 
@@ -15,5 +18,8 @@ struct Allocations {
 
 /** Runs `action` and counts. The program's operator new is the library's, too. */
 Allocations countAllocations(const std::function<void()>& action);
+
+/** A row for the bytes that `action` allocates in all. The floors here allocate nothing. */
+Row allocatedRow(const std::string& operation, const std::function<void()>& action);
 
 }  // namespace bench

@@ -64,7 +64,7 @@ PlainPhone::~PlainPhone() {
 }
 
 void PlainPhone::enter(const std::filesystem::path& root) {
-    // No uevent of the machine is to wake the service.
+    // No uevent that is sent to others is to wake the service.
     if (unshare(CLONE_NEWNET) != 0 || chdir(root.c_str()) != 0 || chroot(".") != 0) {
         throw std::system_error(errno, std::generic_category(), "the phone cannot be entered");
     }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/Allocations.h"
 #include "bench/PlainPhone.h"
 #include "bench/Sections.h"
 #include "bench/SystemCalls.h"
@@ -31,6 +32,7 @@ void measureQueries(const std::filesystem::path& plain, Table& table) {
     if (!floor_find_controller()) throw std::runtime_error("no controller");
 
     std::vector<Row> calls;
+    std::vector<Row> allocated;
     table.title("A query on plain files: CPU time");
     for (const Query& query : queries()) {
         // Both know the controller now, and the service the wear.
@@ -42,9 +44,12 @@ void measureQueries(const std::filesystem::path& plain, Table& table) {
         table.add(costRow(query.name, measure(library, floor, kEffort), 2));
         calls.push_back(systemCallRow(query.name, countSystemCalls(library),
                                       countSystemCalls(floor), query.nodes));
+        allocated.push_back(allocatedRow(query.name, library));
     }
     table.title("A query: system calls");
     for (const Row& row : calls) table.add(row);
+    table.title("A query: bytes allocated");
+    for (const Row& row : allocated) table.add(row);
 }
 
 }  // namespace bench

@@ -62,7 +62,7 @@ void measureCutting(Table& table) {
     table.title("Cutting requests of 1 KiB to 1 MiB into zones");
     table.add(costRow("CPU time, 1 MiB", cost, 0));
     table.add(exponentRow("exponent of CPU time", exponent(library_curve), exponent(floor_curve),
-                          judgeTime));
+                          Figure::kTime));
     table.add({"allocations", std::to_string(allocations), "-", "-", "0",
                judgeCount(allocations == 0)});
 }
@@ -103,15 +103,16 @@ struct Largest {
 void addRows(const Curves& curves, const Largest& largest, Table& table) {
     table.add(costRow("CPU time, 1 MiB", largest.cost, 1.3));
     table.add(exponentRow("exponent of CPU time", exponent(curves.time),
-                          exponent(curves.floor_time), judgeTime));
+                          exponent(curves.floor_time), Figure::kTime));
     table.add(systemCallRow("system calls, 1 MiB", largest.calls, largest.floor_calls, 0));
     table.add(exponentRow("exponent of system calls", exponent(curves.calls),
-                          exponent(curves.floor_calls), judgeCount));
+                          exponent(curves.floor_calls), Figure::kCount));
 
     table.title("A run of FBO_trigger: memory");
     table.add({"most memory at a time, in requests", decimal(curves.most_held, 2), "-", "-", "<= 3",
                judgeCount(curves.most_held <= 3)});
-    Row row = exponentRow("exponent of allocations", exponent(curves.allocations), 1, judgeCount);
+    Row row =
+            exponentRow("exponent of allocations", exponent(curves.allocations), 1, Figure::kCount);
     row.floor = "-";
     table.add(row);
     std::string zone = zoneText();

@@ -10,7 +10,7 @@ enum class Verdict {
     /** There is no wish. */
     kNone,
     kMet,
-    /** A count that does not depend on the machine is beyond its wish. */
+    /** A count that does not depend on the machine is beyond its wish, or a time is by far. */
     kMissed,
     /** A time is beyond its wish, on this machine and this once. */
     kSlow
@@ -20,9 +20,10 @@ enum class Verdict {
 inline Verdict judgeCount(bool met) {
     return met ? Verdict::kMet : Verdict::kMissed;
 }
-/** The verdict on a time. */
-inline Verdict judgeTime(bool met) {
-    return met ? Verdict::kMet : Verdict::kSlow;
+/** The verdict on a time. @param explicable whether another machine, or a busy one, may explain it.
+ */
+inline Verdict judgeTime(bool met, bool explicable) {
+    return met ? Verdict::kMet : explicable ? Verdict::kSlow : Verdict::kMissed;
 }
 
 /** A figure of the library beside that of the floor, as texts. */

@@ -104,7 +104,7 @@ void measureTaker(const Taker& taker, Fbo& service, Table& table) {
     table.title(taker.title);
     table.add(costRow("CPU time, 1 MiB", cost, 0));
     table.add(exponentRow("exponent of CPU time", exponent(growth(library, fixed.library)),
-                          exponent(growth(floor, fixed.floor)), judgeTime));
+                          exponent(growth(floor, fixed.floor)), Figure::kTime));
     table.add(systemCallRow("system calls, 64 KiB", countSystemCalls(counted.library),
                             countSystemCalls(counted.floor), 0));
     table.add({"most memory at a time, in texts", decimal(most_held, 2)});

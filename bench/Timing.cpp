@@ -62,7 +62,7 @@ Row costRow(const std::string& operation, const Cost& cost, double most) {
     Row row{operation, duration(cost.library), duration(cost.floor), decimal(ratio, 2)};
     if (most > 0) {
         row.wanted = "<= " + decimal(most, 1);
-        row.verdict = judgeTime(ratio <= most);
+        row.verdict = judgeTime(ratio <= most, ratio <= 2 * most);
     }
     return row;
 }
@@ -97,10 +97,15 @@ Curve growth(const Curve& curve, double fixed) {
     return grown;
 }
 
-Row exponentRow(const std::string& operation, double library, double floor,
-                Verdict (*judge)(bool met)) {
-    return {operation, decimal(library, 3), decimal(floor, 3),
-            "-",       "0.9 to 1.1",        judge(library >= 0.9 && library <= 1.1)};
+Row exponentRow(const std::string& operation, double library, double floor, Figure figure) {
+    const bool met = library >= 0.9 && library <= 1.1;
+    const bool explicable = library >= 0.7 && library <= 1.3;
+    return {operation,
+            decimal(library, 3),
+            decimal(floor, 3),
+            "-",
+            "0.9 to 1.1",
+            figure == Figure::kCount ? judgeCount(met) : judgeTime(met, explicable)};
 }
 
 }  // namespace bench

@@ -46,12 +46,9 @@ double exponent(const Curve& curve);
  */
 Curve growth(const Curve& curve, double fixed);
 
-/**
- * A row for an exponent, which is to be 0.9 to 1.1.
- *
- * @param judge judgeCount(), or judgeTime() for the exponent of a time.
- */
-Row exponentRow(const std::string& operation, double library, double floor,
-                Verdict (*judge)(bool met));
+enum class Figure { kCount, kTime };
+
+/** A row for the exponents of a figure; that of the library is to be 0.9 to 1.1. */
+Row exponentRow(const std::string& operation, double library, double floor, Figure figure);
 
 }  // namespace bench

@@ -1,6 +1,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/Allocations.h"
 #include "bench/Request.h"
 #include "bench/Sections.h"
 #include "bench/Service.h"
@@ -47,6 +48,7 @@ void measureZone(const std::string& device, const std::string& name, LibraryZone
         throw std::runtime_error(name + " and its floor read different levels");
     }
     table.add(systemCallRow("system calls", countSystemCalls(library), countSystemCalls(floor), 0));
+    table.add(allocatedRow("bytes allocated", library));
     table.add(costRow("CPU time", measure(library, floor, kEffort), 1.3));
 }
 
