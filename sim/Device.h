@@ -54,7 +54,6 @@ class Device {
     Settings& settings() { return settings_; }
     Flash& flash() { return flash_; }
     Partition& partition() { return partition_; }
-    const Settings& settings() const { return settings_; }
 
     /** Does what a change of the setting `key` asks for at once. */
     void applySettings(std::string_view key);

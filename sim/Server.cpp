@@ -180,7 +180,7 @@ void Server::addControls() {
     add("gsort", {[this] { return device_.partition().dump(); }, nullptr});
 }
 
-std::string Server::struck() const {
+std::string Server::struck() {
     std::string keys = device_.settings().taken();
     for (const std::string& key : tree_.struck()) keys += key + "\n";
     return keys;

@@ -44,7 +44,7 @@ class Server {
 
   private:
     void addControls();
-    std::string struck() const;
+    std::string struck();
     int set(std::string_view assignment);
     int setFault(const std::string& name, std::string_view words);
     /** Adds a line to the trace, or prints it, or both, as it is set. */
