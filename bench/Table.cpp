@@ -96,7 +96,7 @@ std::string Table::format() const {
     return text;
 }
 
-bool Table::countsMet() const {
+bool Table::nothingMissed() const {
     return std::none_of(rows_.begin(), rows_.end(),
                         [](const Row& row) { return row.verdict == Verdict::kMissed; });
 }

@@ -20,8 +20,7 @@ enum class Verdict {
 inline Verdict judgeCount(bool met) {
     return met ? Verdict::kMet : Verdict::kMissed;
 }
-/** The verdict on a time. @param explicable whether another machine, or a busy one, may explain it.
- */
+/** The verdict on a time; one that is not met may be `explicable` by another or a busy machine. */
 inline Verdict judgeTime(bool met, bool explicable) {
     return met ? Verdict::kMet : explicable ? Verdict::kSlow : Verdict::kMissed;
 }
@@ -49,8 +48,8 @@ class Table {
 
     /** The table as it is printed. */
     std::string format() const;
-    /** Whether no count missed its wish. */
-    bool countsMet() const;
+    /** Whether no figure has the verdict kMissed. */
+    bool nothingMissed() const;
 
   private:
     std::vector<Row> rows_;

@@ -156,7 +156,7 @@ class Soak {
         if (status != 0 && record.violation[0] == '\0') {
             const bool hangs = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
             snprintf(record.violation, sizeof(record.violation), "%s",
-                     hangs ? "it hangs" : "its process ended before it");
+                     hangs ? "it hangs" : "its process ended by itself");
         }
         table_.add(soak::draw(seed_, record.run), record);
         if (record.violation[0] != '\0') tell(record);
