@@ -19,6 +19,9 @@ const EngineCase kCases[] = {
         {"ListNeverAccepted", "node.fbs_flc_ops=0/2", {-11, kNone, kNone, 10, 10, 300},
          "L 1,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,1-",
          {}},
+        // What the driver refused is gone; what is sent again is a new text, all of it in one store.
+        {"ListRefused", "fault.fbo_send_lr_list=write-error", {-11, kNone, kNone, 10, 10, 300},
+         "L 1,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,11,1,2,1,4,1,8,1-", {}},
         {"AnalysisNeverEnds", "analysis=stuck", {-11, kNone, kNone, 200, 0, 1200}, "L A1",
          {"D flc ops is: 2.", "E flc enable fail."}},
         {"AnalysisPollEndsAbnormal", "analysis=6,analysis_end=1", {-11, kNone, kNone, 1, 0, 6},

@@ -111,27 +111,25 @@ void NodeWriter::putLine(std::string_view text) {
 }
 
 void NodeWriter::flush() {
-    if (!failed_) failed_ = !store();
+    std::string_view rest = pending_;
+    while (!rest.empty()) {
+        const ssize_t size = ::write(fd_.get(), rest.data(), rest.size());
+        if (size < 0 && errno == EINTR) continue;
+        // A driver that takes nothing has failed as well.
+        if (size <= 0) {
+            failed_ = true;
+            break;
+        }
+        rest.remove_prefix(size);
+    }
+    pending_.clear();
 }
 
 void NodeWriter::close() {
-    store();
+    flush();
     pending_ = {};
     fd_.reset();
     failed_ = true;
-}
-
-bool NodeWriter::store() {
-    size_t stored = 0;
-    while (stored < pending_.size()) {
-        const ssize_t size = ::write(fd_.get(), pending_.data() + stored, pending_.size() - stored);
-        if (size < 0 && errno == EINTR) continue;
-        // A driver that takes nothing has failed as well.
-        if (size <= 0) break;
-        stored += size;
-    }
-    pending_.erase(0, stored);
-    return pending_.empty();
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

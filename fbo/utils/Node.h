@@ -54,9 +54,9 @@ class NodeReader {
 
 /**
  * Writes a driver's node. Text collects here until flush() or close() and reaches the driver in
- * one write(2), which the driver takes as one store. After a store that failed, further text is
- * dropped until clear(); what failed stays in front of the text to come and is offered once more
- * when the node is closed. No error escapes.
+ * one write(2), which the driver takes as one store. A text whose store failed is dropped, and so
+ * is all further text until clear() or open(): what a driver has refused must not reach it later,
+ * when it would erase or start something that nobody expects any more. No error escapes.
  */
 class NodeWriter {
   public:
@@ -82,9 +82,8 @@ class NodeWriter {
     void close();
 
   private:
-    bool store();
-
     UniqueFd fd_;
+    /** Empty after a failure: nothing of it is ever stored again. */
     std::string pending_;
     bool failed_ = true;
 };
