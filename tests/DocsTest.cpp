@@ -183,12 +183,6 @@ std::string lastOf(const std::string& text, const std::regex& form) {
     return last;
 }
 
-/** A text of a length of its own is a text to the reader of the log. */
-std::string asRead(const std::string& format) {
-    static const std::regex kLength("%\\.\\*s");
-    return std::regex_replace(format, kLength, "%s");
-}
-
 /**
  * The log lines of a source file. The function is the one around the call, or the constant or text
  * that the call names; empty if it is a variable.
@@ -222,7 +216,7 @@ void addLogged(const std::string& source, std::set<LogLine>& logged) {
             format += (*piece)[1];
         }
         const std::string priority = match[1].matched ? match[1] : match[2];
-        logged.insert({priority + " " + asRead(format), function});
+        logged.insert({priority + " " + format, function});
     }
     // No call is worded so that it goes unseen.
     static const std::regex kAnyCall("FBO_LOG[DIE]?\\(");

@@ -73,28 +73,26 @@ void prepareDriver(const std::string& directory, NodeWriter& output) {
 }
 
 /** Runs a zone through the engine of the device's generation. */
-int runEngine(std::string_view zone, int32_t& level_before, int32_t& level_after) {
+int runEngine(const std::string& zone, int32_t& level_before, int32_t& level_after) {
     if (FBO_isUFS31()) {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] is 3.1 ufs");
-        return UFS31_FBO_Imp(std::string(zone), level_before, level_after);
+        return UFS31_FBO_Imp(zone, level_before, level_after);
     }
     FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] is 4.0 ufs");
-    return UFS40_FBO_Imp(std::string(zone), level_before, level_after);
+    return UFS40_FBO_Imp(zone, level_before, level_after);
 }
 
-void runZone(Fbo& service, const std::string& directory, int index, std::string_view zone,
+void runZone(Fbo& service, const std::string& directory, int index, const std::string& zone,
              Figures& figures) {
     int32_t before = 0;
     int32_t after = 0;
     NodeWriter output;
     if (index == 0) prepareDriver(directory, output);
 
-    FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] lba is: %.*s .", static_cast<int>(zone.size()),
-            zone.data());
+    FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] lba is: %s .", zone.c_str());
     if (runEngine(zone, before, after) != kDone) {
         // The levels count all the same: 0 where the engine did not get that far.
-        FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] zone[%d]: %.*s fail", index,
-                static_cast<int>(zone.size()), zone.data());
+        FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] zone[%d]: %s fail", index, zone.c_str());
     }
     if (service.level_to_num.empty()) {
         FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] LevelToNum is empty, use frag level.");
@@ -135,7 +133,7 @@ bool runZones(Fbo& service, ZoneCutter zones, Figures& figures) {
             return false;
         }
         const auto directory = getFeatureDevicePath(kFboDirectory);
-        if (directory) runZone(service, *directory, index, *zone, figures);
+        if (directory) runZone(service, *directory, index, std::string(*zone), figures);
         ++index;
     }
     return true;

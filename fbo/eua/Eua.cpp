@@ -76,8 +76,8 @@ Return<bool> Fbo::EUA_SendEraseCmd(const hidl_string& command) {
     // A colon ends an item, so one at the very end begins no further item.
     for (size_t start = 0, end; start < list.size(); start = end + 1) {
         end = std::min(list.find(':', start), list.size());
-        const std::string_view item = list.substr(start, end - start);
-        FBO_LOGD("[EUA-HAL] send erase lba %.*s ", static_cast<int>(item.size()), item.data());
+        const std::string item(list.substr(start, end - start));
+        FBO_LOGD("[EUA-HAL] send erase lba %s ", item.c_str());
         node.putLine(item);
         sleep(kEraseSeconds);
     }
