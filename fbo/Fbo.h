@@ -22,7 +22,11 @@ constexpr int32_t kWearUnread = -2;
  * in the folder of their feature (defrag/, eua/, snapshot/) and run on the thread of the caller.
  *
  * One object serves a process and lives until the process ends, and so does its one thread, which
- * listens for the driver's wish to drop the snapshot. Nothing is locked.
+ * listens for the driver's wish to drop the snapshot.
+ *
+ * Calls may coincide, the first ones too: what they share in memory is guarded by locks that are
+ * never held over a wait. The exported flags and counters (Globals.h) are plain variables. What
+ * calls do to the device is not serialised: two triggers at once disturb each other's runs.
  */
 class Fbo : public IFbo {
   public:

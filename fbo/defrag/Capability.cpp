@@ -37,11 +37,9 @@ Return<bool> Fbo::FBO_isSupport() {
     }
     node.reset();
 
-    if (isWearUnread(*this) && getUFSPEcycleALevelToNum() < 0) {
-        FBO_LOGE("[FBO-HAL] get ufs pecycle info fail");
-    }
+    if (!readWear(*this)) FBO_LOGE("[FBO-HAL] get ufs pecycle info fail");
     // Signed, so that unknown wear (-2) does not refuse: only a reading above the limit does.
-    if (pe_cycle > kWearLimit) return false;
+    if (wearOf(*this) > kWearLimit) return false;
     FBO_LOGD("[FBO-HAL] FBO support.");
     return true;
 }

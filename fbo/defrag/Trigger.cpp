@@ -94,12 +94,8 @@ void runZone(Fbo& service, const std::string& directory, int index, const std::s
         // The levels count all the same: 0 where the engine did not get that far.
         FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] zone[%d]: %s fail", index, zone.c_str());
     }
-    if (service.level_to_num.empty()) {
+    if (!mapLevels(service, before, after)) {
         FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] LevelToNum is empty, use frag level.");
-    } else {
-        // A level that the table does not know is entered with 0.
-        before = service.level_to_num[before];
-        after = service.level_to_num[after];
     }
     output.close();
     figures.before = addScaled(figures.before, before);
@@ -150,7 +146,7 @@ Figures defragment(Fbo& service, std::string_view request) {
 
     int fbo_max_lrc = 0;
     if (!readMaxRanges(fbo_max_lrc)) return figures;
-    if (isWearUnread(service) && service.getUFSPEcycleALevelToNum() < 0) {
+    if (!readWear(service)) {
         FBO_LOG(ANDROID_LOG_ERROR, kName, "get ufs frag level to MB info fail");
     }
     // A stopped run answers with what it has reached: the counters go on into the next run, and

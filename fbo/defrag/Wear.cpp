@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 #include "fbo/defrag/Nodes.h"
@@ -15,6 +16,9 @@
 namespace vendor::nivora::hardware::fbo::implementation {
 
 namespace {
+
+/** Guards `pe_cycle` and `level_to_num`. */
+std::mutex wear_lock;
 
 constexpr size_t kReportBytes = 512;
 constexpr size_t kReportCharacters = 2 * kReportBytes;
@@ -89,7 +93,29 @@ HealthReport decode(const char* text) {
     return report;
 }
 
+bool isWearUnread(const Fbo& service) {
+    const std::lock_guard<std::mutex> lock(wear_lock);
+    return service.pe_cycle == kWearUnread || service.level_to_num.empty();
+}
+
 }  // namespace
+
+bool readWear(Fbo& service) {
+    return !isWearUnread(service) || service.getUFSPEcycleALevelToNum() >= 0;
+}
+
+int32_t wearOf(const Fbo& service) {
+    const std::lock_guard<std::mutex> lock(wear_lock);
+    return service.pe_cycle;
+}
+
+bool mapLevels(Fbo& service, int32_t& before, int32_t& after) {
+    const std::lock_guard<std::mutex> lock(wear_lock);
+    if (service.level_to_num.empty()) return false;
+    before = service.level_to_num[before];
+    after = service.level_to_num[after];
+    return true;
+}
 
 int Fbo::getUFSPEcycleALevelToNum() {
     std::string vendor;
@@ -110,13 +136,15 @@ int Fbo::getUFSPEcycleALevelToNum() {
     }
     const HealthReport report = decode(text);
     if (const Maker* maker = findMaker(vendor)) {
-        pe_cycle = static_cast<int32_t>(maker->cycles(report));
+        const auto cycles = static_cast<int32_t>(maker->cycles(report));
+        const std::lock_guard<std::mutex> lock(wear_lock);
+        pe_cycle = cycles;
         level_to_num.clear();
         for (int level = 0; level < kLevels; ++level) level_to_num[level] = maker->numbers[level];
     } else {
         FBO_LOGE("[FBO-HAL] vendor not supported\n");
     }
-    FBO_LOGI("[FBO-HAL] ufs vendor: %s pe_cycle: %d", vendor.c_str(), pe_cycle);
+    FBO_LOGI("[FBO-HAL] ufs vendor: %s pe_cycle: %d", vendor.c_str(), wearOf(*this));
     return static_cast<int>(size);
 }
 

@@ -89,11 +89,11 @@ Return<void> Fbo::EUA_GetFreeSpaceAPECycle(EUA_GetFreeSpaceAPECycle_cb _hidl_cb)
     if (getFeatureDevicePath(kEuaDirectory)) {
         const bool support = EUA_isSupport();
         FBO_LOGD("[EUA-HAL] eua_support is %d ", support);
-        if (isWearUnread(*this) && getUFSPEcycleALevelToNum() < 0) {
+        if (readWear(*this)) {
+            report = std::to_string(wearOf(*this)) + ":" + (support ? "1" : "0");
+        } else {
             // The prefix is that of FBO, whose figure is missing.
             FBO_LOGE("[FBO-HAL] get ufs pecycle info fail");
-        } else {
-            report = std::to_string(pe_cycle) + ":" + (support ? "1" : "0");
         }
     }
     FBO_LOGD("[EUA-HAL] GetFreeSpaceAPECycle is %s ", report.c_str());

@@ -1,5 +1,6 @@
 #include "fbo/snapshot/Snapshot.h"
 
+#include <mutex>
 #include <optional>
 
 #include "fbo/Fbo.h"
@@ -28,6 +29,20 @@ struct BackupPolicy {
     int maxLimit = 50;
     int deviceFreeBlock = 16;
 };
+
+/** Guards the two tables: looking up a word that a table does not know enters it. */
+std::mutex tables_lock;
+
+SNAPSHOT_STATUS statusOf(const std::string& word) {
+    const std::lock_guard<std::mutex> lock(tables_lock);
+    // A word that the table does not know is entered as idle.
+    return snapshotStatusMap[word];
+}
+
+std::string wordOf(SNAPSHOT_CTRL command) {
+    const std::lock_guard<std::mutex> lock(tables_lock);
+    return snapshotCtrlMap[command];
+}
 
 /** In 32 bits, as the driver takes it: 8192 units and more wrap around. */
 int toBlocks(int units) {
@@ -87,7 +102,7 @@ Return<bool> Fbo::SnapShot_startBackup() {
         FBO_LOGE("[SNAPSHOT-HAL] Open ctrl file failure");
         return false;
     }
-    ctrl.putLine(snapshotCtrlMap[SNAPSHOT_CTRL_START]);
+    ctrl.putLine(wordOf(SNAPSHOT_CTRL_START));
     int32_t status = SnapShot_getStatus();
     FBO_LOGD("[SNAPSHOT-HAL] snapshotStatus is %d.", status);
     // Some devices stay idle for a while before they begin.
@@ -117,7 +132,7 @@ Return<bool> Fbo::SnapShot_startDrop() {
         return false;
     }
     // A snapshot is dropped by "stop"; the driver's word "drop" is never sent.
-    ctrl.putLine(snapshotCtrlMap[SNAPSHOT_CTRL_STOP]);
+    ctrl.putLine(wordOf(SNAPSHOT_CTRL_STOP));
     std::string vendor;
     getUFSVendor(vendor);
     // Most devices drop at once; for the others the wait begins from the status known above.
@@ -146,8 +161,7 @@ Return<int32_t> Fbo::SnapShot_getStatus() {
     std::string word;
     node.readToken(word);
     FBO_LOGI("[SNAPSHOT-HAL] status is %s", word.c_str());
-    // A word that the table does not know is entered as idle.
-    return snapshotStatusMap[word];
+    return statusOf(word);
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include <android-base/properties.h>
@@ -29,6 +30,8 @@ constexpr char kDropCachesNode[] = "/proc/sys/vm/drop_caches";
 constexpr size_t kVendorLength = 10;
 constexpr size_t kLinkLength = 511;
 
+/** Guards the two below: calls that come while the first one searches wait for its outcome. */
+std::mutex search_lock;
 std::optional<std::string> device_directory;
 bool search_done = false;
 
@@ -53,6 +56,7 @@ int32_t nominalSize(int32_t gib) {
 
 std::optional<std::string> getFeatureDevicePath(std::string suffix) {
     const std::string hardware = android::base::GetProperty("ro.hardware", "qcom");
+    const std::lock_guard<std::mutex> lock(search_lock);
     // A search that failed is not repeated: value() then raises for every later caller.
     if (search_done) return device_directory.value() + suffix;
     search_done = true;

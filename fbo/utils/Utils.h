@@ -10,7 +10,7 @@ namespace vendor::nivora::hardware::fbo::implementation {
  *
  * The property "ro.hardware" picks the driver: "qcom" (also when it is unset) the one of
  * Qualcomm, any other value the one of MediaTek. The directory is searched once in the life of
- * the process; later calls answer from memory.
+ * the process; later calls answer from memory, and calls during the search wait for its outcome.
  *
  * @param suffix a path below the controller that begins with a slash, such as "/ufsfbo/".
  * @return directory + suffix; nothing if the first search fails.
