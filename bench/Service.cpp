@@ -9,7 +9,7 @@ Fbo& startService() {
     host::setLogSink(nullptr);
     auto* const service = new Fbo;
     service->incStrong(nullptr);
-    sim::awaitListener(service->uevent_fd);
+    sim::awaitListeners(1);
     return *service;
 }
 

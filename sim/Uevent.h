@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string_view>
 
 namespace sim {
@@ -22,12 +23,9 @@ void sendKernelUeventTo(pid_t pid, std::string_view strings);
 void sendUserUevent(std::string_view strings);
 
 /**
- * Waits until a listener of this process listens, that is, until an epoll instance has its socket
- * to wait for.
- *
- * @param socket the listener's variable, which it sets.
- * @throws std::runtime_error after 10 seconds.
+ * Waits until `count` listeners of this process listen, that is, until an epoll instance has the
+ * uevent socket of each to wait for. Throws std::runtime_error after 10 seconds.
  */
-void awaitListener(const int& socket);
+void awaitListeners(size_t count);
 
 }  // namespace sim

@@ -50,7 +50,7 @@ Service::Service(Record& record, bool print, std::function<void()> line_logged) 
     watchLog(print, std::move(line_logged));
     fbo_ = new Fbo;
     fbo_->incStrong(this);
-    sim::awaitListener(fbo_->uevent_fd);
+    sim::awaitListeners(1);
     descriptors_ = openDescriptors();
 }
 

@@ -62,15 +62,20 @@ void Phone::start(const std::string& device) {
         std::string line = parts[2];
         std::replace(line.begin(), line.end(), '\n', '|');
         phone_->note(std::string("log ") + "??VDIWE"[priority] + " " + parts[1].str() + " " + line);
-        if (action_ && line.find(awaited_) != std::string::npos) action_();
+        std::function<void()> action;
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (line.find(awaited_) != std::string::npos) action = action_;
+        }
+        if (action) action();
     });
     descriptors_ = openDescriptors();
     service = serve<Fbo>();
 }
 
-void Phone::waitForWorker(const Fbo& made) {
+void Phone::waitForWorker() {
     ++workers_;
-    sim::awaitListener(made.uevent_fd);
+    sim::awaitListeners(workers_);
     phone_->clearTrace();
 }
 
@@ -129,6 +134,7 @@ std::vector<std::string> Phone::story(const std::string& function) {
 }
 
 void Phone::onLog(const std::string& text, std::function<void()> action) {
+    const std::lock_guard<std::mutex> lock(mutex_);
     awaited_ = text;
     action_ = std::move(action);
 }
@@ -145,7 +151,11 @@ void Phone::await(const std::string& text, int times) {
         const auto count = std::count_if(events.begin(), events.end(), [&](const auto& event) {
             return event.find(text) != std::string::npos;
         });
-        if (count >= times) return;
+        if (count >= times) {
+            // What the thread that logged has done before is seen from here on.
+            const std::lock_guard<std::mutex> lock(mutex_);
+            return;
+        }
         ASSERT_LT(std::chrono::steady_clock::now(), patience) << text << " does not come";
         std::this_thread::yield();
     }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -63,7 +64,7 @@ class Phone : public testing::Test {
     android::sp<Service> serve() {
         const android::sp<Service> made = new Service;
         made->incStrong(nullptr);
-        waitForWorker(*made);
+        waitForWorker();
         return made;
     }
 
@@ -73,14 +74,16 @@ class Phone : public testing::Test {
     void workerEnded() { --workers_; }
 
   private:
-    /** Waits until the worker of `made` listens. */
-    void waitForWorker(const Fbo& made);
+    /** Waits until the worker of one more service listens. */
+    void waitForWorker();
 
     std::vector<int> openDescriptors() const;
 
     std::unique_ptr<sim::Simulator> phone_;
     std::vector<int> descriptors_;
     size_t workers_ = 0;
+    /** Guards what the log's readers, on any thread, are to do. */
+    std::mutex mutex_;
     std::string awaited_;
     std::function<void()> action_;
 };
