@@ -188,4 +188,14 @@ TEST_F(Phone, SpinsUntilTheTimeHasPassed) {
                     "log I delay_work_timer [FBO-HAL] delay work exit"));
 }
 
+TEST_F(Phone, TheServiceIsCastToItsInterfaceAndAStrangerIsNot) {
+    using android::hidl::base::V1_0::IBase;
+    start("ufs40:samsung");
+    const android::sp<IBase> base = service;
+    EXPECT_EQ(android::sp<IFbo>(IFbo::castFrom(base)), service);
+    const android::sp<IBase> stranger = new IBase;
+    EXPECT_EQ(android::sp<IFbo>(IFbo::castFrom(stranger)), nullptr);
+    EXPECT_EQ(android::sp<IFbo>(IFbo::castFrom(android::sp<IBase>())), nullptr);
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
  * the base operations, and a service manager whose phone is this process.
  */
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <string>
@@ -87,7 +88,14 @@ Return<sp<IFbo>> IFbo::castFrom(const sp<IFbo>& parent, bool) {
 }
 
 Return<sp<IFbo>> IFbo::castFrom(const sp<IBase>& parent, bool) {
-    return sp<IFbo>(dynamic_cast<IFbo*>(parent.get()));
+    if (parent == nullptr) return sp<IFbo>();
+    // The object says itself what it is: device code has no RTTI.
+    bool is_fbo = false;
+    const Return<void> asked =
+            parent->interfaceChain([&is_fbo](const hidl_vec<hidl_string>& chain) {
+                is_fbo = std::find(chain.begin(), chain.end(), IFbo::descriptor) != chain.end();
+            });
+    return sp<IFbo>(asked.isOk() && is_fbo ? static_cast<IFbo*>(parent.get()) : nullptr);
 }
 
 sp<IFbo> IFbo::tryGetService(const std::string& serviceName, bool) {
