@@ -5,8 +5,9 @@ cd "$(dirname "$0")/.."
 
 # What is built from, for the processor that is built for.
 libraries="android-libutils-dev android-libbase-dev android-liblog-dev android-libcutils-dev
-    libfuse3-dev libgtest-dev libjsoncpp-dev"
-packages="cmake g++ ninja-build pkgconf hidl-gen blueprint-tools $libraries"
+    libfuse3-dev libgtest-dev"
+tools="cmake ninja-build pkgconf hidl-gen blueprint-tools"
+packages="$tools g++ $libraries libjsoncpp-dev"
 build=build
 # What of it is built; nothing: all.
 targets=
@@ -39,10 +40,10 @@ install_packages() {
         fail "apt-get could not install$missing"
 }
 
-# Has all that follows build for 64-bit Arm, in a folder of its own.
-use_arm64() {
-    packages="cmake ninja-build pkgconf hidl-gen blueprint-tools g++-aarch64-linux-gnu qemu-user"
-    build=build-arm64
+# Has all that follows build with a phone's tool chain, in a folder of its own.
+use_phone() {
+    packages="$tools clang lld qemu-user"
+    build=build-phone
 }
 
 # Unpacks the libraries for 64-bit Arm, with all that they need, in the build folder: Debian's
@@ -63,8 +64,9 @@ make_sysroot() {
             -o APT::Sandbox::User="$(id -un)" -o Debug::NoLocking=1 "$@"
     }
     apt_get update || fail "apt-get could not fetch the list of packages for arm64"
-    apt_get install -y --no-install-recommends --download-only libc6-dev libstdc++6 $libraries \
-        >/dev/null || fail "apt-get could not fetch the libraries for arm64"
+    apt_get install -y --no-install-recommends --download-only libc6-dev libc++-dev libc++abi-dev \
+        libclang-rt-dev libstdc++6 $libraries >/dev/null ||
+        fail "apt-get could not fetch the libraries for arm64"
     # What Debian still has in /lib belongs with the rest; links stay within the folder.
     ln -s usr/lib "$sysroot/lib"
     for package in "$apt"/cache/archives/*.deb; do
@@ -73,6 +75,10 @@ make_sysroot() {
     find "$sysroot" -type l -lname '/*' | while read -r link; do
         ln -sfn "$sysroot$(readlink "$link")" "$link"
     done
+    # clang looks for its headers where it finds its run-time library.
+    resources=$(clang++ -print-resource-dir)
+    cp -r "$resources/include" "$sysroot$resources/" ||
+        fail "clang and the libraries for arm64 are of different versions"
     rm -rf "$apt"
     touch $build/sysroot.done
 }
