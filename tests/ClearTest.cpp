@@ -5,6 +5,7 @@
 
 #include "Phone.h"
 #include "fbo/Globals.h"
+#include "fbo/defrag/Trigger.h"
 
 namespace {
 

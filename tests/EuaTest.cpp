@@ -1,7 +1,7 @@
 #include <stdexcept>
 
 #include "Phone.h"
-#include "fbo/eua/Inquiry.h"
+#include "fbo/utils/Inquiry.h"
 #include "fbo/eua/Policy.h"
 
 namespace {

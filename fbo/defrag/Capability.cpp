@@ -5,28 +5,21 @@
 #include <string>
 
 #include "fbo/Fbo.h"
-#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/Result.h"
-#include "fbo/defrag/Wear.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Utils.h"
+#include "fbo/utils/Wear.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
-
-namespace {
-
-/** Program/erase cycles up to which flash is worth the wear of a defragmentation. */
-constexpr int32_t kWearLimit = 2399;
-
-}  // namespace
 
 Return<bool> Fbo::FBO_isSupport() {
     const auto directory = getFeatureDevicePath(kFboDirectory);
     if (!directory) return false;
 
-    UniqueFd node(openFile(*directory + node::kSupport, O_RDONLY | O_NONBLOCK));
-    if (!node.isOpen()) {
+    unique_fd node = openFile(*directory + node::kSupport, O_RDONLY | O_NONBLOCK);
+    if (!node.ok()) {
         FBO_LOGE("[FBO-HAL] Failed to open fbo_support node.");
         return false;
     }
@@ -39,7 +32,7 @@ Return<bool> Fbo::FBO_isSupport() {
 
     if (!readWear(*this)) FBO_LOGE("[FBO-HAL] get ufs pecycle info fail");
     // Signed, so that unknown wear (-2) does not refuse: only a reading above the limit does.
-    if (wearOf(*this) > kWearLimit) return false;
+    if (wearOf(*this) >= kWornOut) return false;
     FBO_LOGD("[FBO-HAL] FBO support.");
     return true;
 }

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <cstdint>
+
 namespace vendor::nivora::hardware::fbo::implementation {
+
+/** Program/erase cycles from which on flash is not worth the wear of a defragmentation. */
+constexpr int32_t kWornOut = 2400;
 
 /*
  * A host controller that is not found is an answer to the first look-up of a process only: from

@@ -1,22 +1,19 @@
 #include "fbo/defrag/Clear.h"
 
-#include <optional>
+#include <unistd.h>
 
 #include "fbo/Globals.h"
-#include "fbo/defrag/Nodes.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
-#include "fbo/utils/Poll.h"
-#include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
 namespace {
 
 constexpr unsigned kClearSeconds = 30;
-/** Repetitions of the clear command that are counted, after one that is not. */
-constexpr int kCountedClears = 9;
+/** How often the clear command is repeated at most. */
+constexpr int kRepeatLimit = 10;
 
 void readState(const NodeReader& state, const std::string& state_path, std::string& token) {
     state.readToken(token);
@@ -45,18 +42,18 @@ int FBO_Clear(std::string control_path, std::string state_path) {
     }
 
     FBO_LOGD("[FBO-HAL] clear ops");
-    bool idle = false;
-    const auto clear = [&](int counted) {
+    control.putLine("0");
+    readState(state, state_path, token);
+    for (int repeats = 0; std::stoi(token) != 0 && repeats < kRepeatLimit; ++repeats) {
+        sleep(kClearSeconds);
         control.putLine("0");
         readState(state, state_path, token);
-        cmd_retry_count += counted;
-        cmd_fail_count += counted;
-        idle = std::stoi(token) == 0;
-    };
-    const auto delay = [&] { return idle ? std::nullopt : std::optional(kClearSeconds); };
-    clear(0);
-    poll(1, delay, [&] { clear(0); });
-    poll(kCountedClears, delay, [&] { clear(1); });
+        // The first repetition is not counted.
+        if (repeats > 0) {
+            ++cmd_retry_count;
+            ++cmd_fail_count;
+        }
+    }
 
     // The digit 0 anywhere in the last state counts as cleared, that of 10 or 20 too.
     if (token.find('0') == std::string::npos) {
@@ -65,21 +62,6 @@ int FBO_Clear(std::string control_path, std::string state_path) {
         return kDeviceAbnormal;
     }
     return kDone;
-}
-
-void record_cmd_fail(std::string node_name, int count) {
-    if (count < 1) return;
-    const auto directory = getFeatureDevicePath(kFboDirectory);
-    if (!directory) return;
-
-    const std::string path = *directory + node_name;
-    NodeWriter node;
-    if (!node.open(path)) {
-        FBO_LOGE("[FBO-HAL] %s open fail!.", path.c_str());
-        return;
-    }
-    node.putLine(std::to_string(count));
-    FBO_LOGD("fail recode success");
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

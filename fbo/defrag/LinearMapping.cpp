@@ -1,13 +1,12 @@
 #include "fbo/defrag/LinearMapping.h"
 
-#include <optional>
+#include <unistd.h>
 
 #include "fbo/defrag/Clear.h"
-#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
-#include "fbo/utils/Poll.h"
 #include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
@@ -29,14 +28,12 @@ int awaitEnd(const NodeReader& input) {
     input.readToken(token);
     int state = std::stoi(token);
     if (state == kOngoing) FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO2-HAL]is on going.");
-    poll(
-            kPollLimit,
-            [&] { return state == kOngoing ? std::optional(kPollSeconds) : std::nullopt; },
-            [&] {
-                input.readToken(token);
-                FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO2-HAL]state is: %s.", token.c_str());
-                state = std::stoi(token);
-            });
+    for (int polls = 0; state == kOngoing && polls < kPollLimit; ++polls) {
+        sleep(kPollSeconds);
+        input.readToken(token);
+        FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO2-HAL]state is: %s.", token.c_str());
+        state = std::stoi(token);
+    }
     return state;
 }
 

@@ -1,3 +1,5 @@
+#include "fbo/defrag/Trigger.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -5,17 +7,16 @@
 #include "fbo/Fbo.h"
 #include "fbo/Globals.h"
 #include "fbo/defrag/Capability.h"
-#include "fbo/defrag/Clear.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/LinearMapping.h"
-#include "fbo/defrag/Nodes.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/defrag/Ufs31.h"
 #include "fbo/defrag/Ufs40.h"
-#include "fbo/defrag/Wear.h"
 #include "fbo/defrag/Zones.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Utils.h"
+#include "fbo/utils/Wear.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -163,6 +164,21 @@ Figures defragment(Fbo& service, std::string_view request) {
 }
 
 }  // namespace
+
+void record_cmd_fail(std::string node_name, int count) {
+    if (count < 1) return;
+    const auto directory = getFeatureDevicePath(kFboDirectory);
+    if (!directory) return;
+
+    const std::string path = *directory + node_name;
+    NodeWriter node;
+    if (!node.open(path)) {
+        FBO_LOGE("[FBO-HAL] %s open fail!.", path.c_str());
+        return;
+    }
+    node.putLine(std::to_string(count));
+    FBO_LOGD("fail recode success");
+}
 
 Return<void> Fbo::FBO_trigger(const hidl_string& command, FBO_trigger_cb _hidl_cb) {
     const Figures figures = defragment(*this, {command.c_str(), command.size()});

@@ -1,8 +1,11 @@
 #include "fbo/defrag/Ufs31.h"
 
+#include <unistd.h>
+
+#include "fbo/Globals.h"
 #include "fbo/defrag/Clear.h"
-#include "fbo/defrag/Cycle.h"
-#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/Engine.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Utils.h"
@@ -24,19 +27,17 @@ enum FlcState { kListAccepted = 1, kAnalysing = 2, kAnalysed = 3 };
 /** What "fbs_defrag_ops" tells. */
 enum DefragState { kDefragmented = 0, kDefragmenting = 2, kFinishing = 3, kFailed = 255 };
 
-class Ufs31Cycle : public Cycle {
+class Ufs31Engine : public Engine {
   public:
-    using Cycle::Cycle;
+    using Engine::Engine;
 
   private:
-    Outcome pass() override {
-        return inOrder([this] { return clear(); }, [this] { return sendList(node::kFlcOps); },
-                       [this] { return resendList(); }, [this] { return analyse(); },
-                       [this] { return readReport(); }, [this] { return takeLevel(); },
-                       [this] { return defragment(); });
+    bool pass() override {
+        return clear() && sendList(node::kFlcOps) && resendList() && analyse() && readReport() &&
+               takeLevel() && defragment();
     }
 
-    Outcome clear() {
+    bool clear() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] check flc ops.");
         if (FBO_Clear(path(node::kFlcEnable), path(node::kFlcOps)) != kDone) {
             return endWith(kDeviceAbnormal);
@@ -49,69 +50,66 @@ class Ufs31Cycle : public Cycle {
             FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop");
             return endWith(kDone);
         }
-        return nextStep();
+        return true;
     }
 
-    /** Sends the list again for as long as the device does not accept it. */
-    Outcome resendList() {
+    /** Sends the list again for as long as the device does not accept it; a stop has to wait. */
+    bool resendList() {
         readState();
-        poll(
-                kResendLimit,
-                [this] {
-                    return state_ != kListAccepted ? std::optional(kResendSeconds) : std::nullopt;
-                },
-                [this] {
-                    // Without the line feed and the flush of the first sending: what is sent
-                    // again waits in the stream until the node is closed.
-                    output_.clear();
-                    output_.put(lr_list_);
-                    input_.readToken(token_);
-                    ++cmd_retry_count;
-                    ++cmd_fail_count;
-                    convertState();
-                });
+        for (int sent = 0; state_ != kListAccepted && sent < kResendLimit; ++sent) {
+            sleep(kResendSeconds);
+            // Without the line feed and the flush of the first sending: what is sent again waits
+            // in the stream until the node is closed.
+            output_.clear();
+            output_.put(lr_list_);
+            input_.readToken(token_);
+            ++cmd_retry_count;
+            ++cmd_fail_count;
+            state_ = std::stoi(token_);
+        }
         if (state_ != kListAccepted) {
             FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] write buffer fail");
             return endWith(kDeviceAbnormal);
         }
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] write buffer success");
-        return nextStep();
+        return true;
     }
 
-    Outcome analyse() {
+    bool analyse() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] flc enable");
-        if (!open(output_, node::kFlcEnable)) return endWith(kNodeNotOpened);
+        if (!openOutput(node::kFlcEnable)) return false;
         output_.putLine(kEnable);
         readState();
         if (state_ != kAnalysing && state_ != kAnalysed) return retryAnalysis();
 
-        const bool ended = pollState(
-                [](int state) {
-                    return state == kAnalysing ? std::optional(kPollSeconds) : std::nullopt;
-                },
-                [this] {
-                    FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] flc ops is: %s.", token_.c_str());
-                });
-        if (!ended) {
-            FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop.");
-            return newPass();
+        for (int polls = 0; state_ == kAnalysing && polls < kPollLimit; ++polls) {
+            if (hal_status_flag != 0) {
+                FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop.");
+                return false;
+            }
+            sleep(kPollSeconds);
+            input_.readToken(token_);
+            ++cmd_retry_count;
+            FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] flc ops is: %s.", token_.c_str());
+            state_ = std::stoi(token_);
         }
         if (state_ != kAnalysed) {
             FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] flc enable fail.");
             return endWith(kDeviceAbnormal);
         }
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] flc enable success.");
-        return nextStep();
+        return true;
     }
 
-    Outcome takeLevel() {
+    bool takeLevel() {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] read buff success.");
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] read buff success, the level is: %s.",
                 report_.c_str());
         return keepLevel();
     }
 
-    Outcome defragment() {
+    /** Ends the call, or the pass: the second one measures what has come of it. */
+    bool defragment() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] enable defrag.");
         startOptimisation(node::kDefragEnable, kEnable, node::kDefragOps);
         if (state_ == kFailed) {
@@ -120,30 +118,33 @@ class Ufs31Cycle : public Cycle {
             // Read once more and start over, as often as the device fails: only a stop or
             // another failure ends it.
             input_.readToken(token_);
-            return newPass();
+            return false;
         }
-        if (!pollState(secondsToDefrag, [] {})) {
-            FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop");
-            return newPass();
+        for (int polls = 0;
+             (state_ == kDefragmenting || state_ == kFinishing) && polls < kPollLimit; ++polls) {
+            if (hal_status_flag != 0) {
+                FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop");
+                return false;
+            }
+            // A device about to finish is asked again at once.
+            if (state_ != kFinishing) sleep(kPollSeconds);
+            input_.readToken(token_);
+            ++cmd_retry_count;
+            state_ = std::stoi(token_);
         }
         if (state_ != kDefragmented) return endWith(kDone);
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] fbs_defrag_enable success.");
         first_pass_ = false;
-        return newPass();
-    }
-
-    /** A device about to finish is asked again at once. */
-    static std::optional<unsigned> secondsToDefrag(int state) {
-        if (state == kDefragmenting) return kPollSeconds;
-        if (state == kFinishing) return 0;
-        return std::nullopt;
+        return false;
     }
 };
 
 }  // namespace
 
 int32_t UFS31_FBO_Imp(std::string lr_list, int32_t& level_before, int32_t& level_after) {
-    return runCycle<Ufs31Cycle>(kName, lr_list, level_before, level_after);
+    const auto directory = getFeatureDevicePath(kFboDirectory);
+    if (!directory) return kDone;
+    return Ufs31Engine(kName, *directory, lr_list, level_before, level_after).run();
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -1,8 +1,11 @@
 #include "fbo/defrag/Ufs40.h"
 
+#include <unistd.h>
+
+#include "fbo/Globals.h"
 #include "fbo/defrag/Clear.h"
-#include "fbo/defrag/Cycle.h"
-#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/Engine.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Utils.h"
@@ -19,18 +22,17 @@ constexpr char kOptimise[] = "2";
 /** What "fbo_prog_state" tells. */
 enum State { kOngoing = 1, kAnalysed = 2, kOptimised = 3, kFailed = 255 };
 
-class Ufs40Cycle : public Cycle {
+class Ufs40Engine : public Engine {
   public:
-    using Cycle::Cycle;
+    using Engine::Engine;
 
   private:
-    Outcome pass() override {
-        return inOrder([this] { return clear(); }, [this] { return sendList(node::kProgState); },
-                       [this] { return analyse(); }, [this] { return readReport(); },
-                       [this] { return takeLevel(); }, [this] { return optimise(); });
+    bool pass() override {
+        return clear() && sendList(node::kProgState) && analyse() && readReport() && takeLevel() &&
+               optimise();
     }
 
-    Outcome clear() {
+    bool clear() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] check flc ops.");
         const int result = FBO_Clear(path(node::kOperationControl), path(node::kProgState));
         if (result != kDone) return endWith(result);
@@ -38,21 +40,17 @@ class Ufs40Cycle : public Cycle {
             FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop.");
             return endWith(kDone);
         }
-        return nextStep();
+        return true;
     }
 
-    Outcome analyse() {
+    bool analyse() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] enable analysis");
-        if (!open(output_, node::kOperationControl)) return endWith(kNodeNotOpened);
+        if (!openOutput(node::kOperationControl)) return false;
         output_.putLine(kAnalyse);
         readState();
         if (state_ == kOngoing) {
             FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] fbo analysis on going.");
-            if (!awaitEnd([this] {
-                    FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] flc ops is: %s.", token_.c_str());
-                })) {
-                return newPass();
-            }
+            if (!awaitEnd(true)) return false;
         } else if (state_ == kAnalysed) {
             FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] fbo complete analysis.");
         } else {
@@ -62,16 +60,17 @@ class Ufs40Cycle : public Cycle {
             FBO_LOG(ANDROID_LOG_ERROR, kName, "[FBO-HAL] flc enable abnormal, exit");
             return endWith(kDeviceAbnormal);
         }
-        return nextStep();
+        return true;
     }
 
-    Outcome takeLevel() {
+    bool takeLevel() {
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] read buff success, the level is \n: %s.",
                 report_.c_str());
         return keepLevel();
     }
 
-    Outcome optimise() {
+    /** Ends the call, or the pass: the second one measures what has come of it. */
+    bool optimise() {
         FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] enable optimization.");
         startOptimisation(node::kOperationControl, kOptimise, node::kProgState);
         if (state_ == kFailed) {
@@ -79,30 +78,38 @@ class Ufs40Cycle : public Cycle {
             ++cmd_fail_count;
             return endWith(kDone);
         }
-        if (!awaitEnd([] {})) return newPass();
+        if (!awaitEnd(false)) return false;
         if (state_ != kOptimised) return endWith(kDone);
         FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] fbo_defrag_enable success.");
         first_pass_ = false;
-        return newPass();
+        return false;
     }
 
-    /** Polls while the device is at work. False if a stop was requested. */
-    template <typename Seen>
-    bool awaitEnd(Seen seen) {
-        const bool ended = pollState(
-                [](int state) {
-                    return state == kOngoing ? std::optional(kPollSeconds) : std::nullopt;
-                },
-                seen);
-        if (!ended) FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop");
-        return ended;
+    /** Polls while the device is at work. False if a stop is requested. */
+    bool awaitEnd(bool tells_state) {
+        for (int polls = 0; state_ == kOngoing && polls < kPollLimit; ++polls) {
+            if (hal_status_flag != 0) {
+                FBO_LOG(ANDROID_LOG_DEBUG, kName, "[FBO-HAL] hal stop");
+                return false;
+            }
+            sleep(kPollSeconds);
+            input_.readToken(token_);
+            ++cmd_retry_count;
+            if (tells_state) {
+                FBO_LOG(ANDROID_LOG_INFO, kName, "[FBO-HAL] flc ops is: %s.", token_.c_str());
+            }
+            state_ = std::stoi(token_);
+        }
+        return true;
     }
 };
 
 }  // namespace
 
 int32_t UFS40_FBO_Imp(std::string lr_list, int32_t& level_before, int32_t& level_after) {
-    return runCycle<Ufs40Cycle>(kName, lr_list, level_before, level_after);
+    const auto directory = getFeatureDevicePath(kFboDirectory);
+    if (!directory) return kDone;
+    return Ufs40Engine(kName, *directory, lr_list, level_before, level_after).run();
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -1,7 +1,7 @@
 #include <string>
 
 #include "fbo/Fbo.h"
-#include "fbo/defrag/Nodes.h"
+#include "fbo/defrag/FboNodes.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Utils.h"

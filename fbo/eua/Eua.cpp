@@ -5,12 +5,12 @@
 #include <string_view>
 
 #include "fbo/Fbo.h"
-#include "fbo/defrag/Wear.h"
-#include "fbo/eua/Nodes.h"
+#include "fbo/eua/EuaNodes.h"
 #include "fbo/eua/Policy.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Utils.h"
+#include "fbo/utils/Wear.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 

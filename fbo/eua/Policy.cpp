@@ -1,9 +1,8 @@
 #include "fbo/eua/Policy.h"
 
-#include <android-base/properties.h>
-
-#include "fbo/eua/Inquiry.h"
+#include "fbo/utils/Inquiry.h"
 #include "fbo/utils/Log.h"
+#include "fbo/utils/Properties.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -28,7 +27,7 @@ bool checkDisableEuaPolicy() {
         FBO_LOGE("[EUA-HAL] getUfsInfo fail.");
         return false;
     }
-    const std::string device = android::base::GetProperty("ro.product.device", "name");
+    const std::string device = kDeviceProperty.value();
     int number = 0;
     for (const EuaPolicyRow& row : disableEuaPolicy) {
         if (matches(row, device, info)) {

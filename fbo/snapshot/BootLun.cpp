@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -17,25 +15,6 @@ namespace vendor::nivora::hardware::fbo::implementation {
 
 namespace {
 
-constexpr char kPartition[] = "/dev/block/by-name/gsort";
-constexpr int kRecordOffset = 9 * 1024 * 1024;
-constexpr char kMagic[] = {'s', 'n', 'a', 'p', 's', 'h', 'o', 't'};
-
-/** The record on the partition; its numbers are little-endian, as the processor's are. */
-struct __attribute__((packed)) BootLunRecord {
-    /** "snapshot" in a snapshot record, without or with a NUL behind it. */
-    char magic_str[8];
-    char uninterpreted[27];
-    /** The boot LUN in use. */
-    int32_t bootlun;
-    /** The boot LUN that the snapshot protects. */
-    int32_t snapbootLun;
-    char uninterpreted_too[64];
-};
-static_assert(sizeof(BootLunRecord) == 107);
-static_assert(offsetof(BootLunRecord, bootlun) == 35);
-static_assert(offsetof(BootLunRecord, snapbootLun) == 39);
-
 /** The record, and a NUL behind it so that the magic can be logged as a text. */
 union RecordBuffer {
     char bytes[sizeof(BootLunRecord) + 1];
@@ -45,8 +24,8 @@ union RecordBuffer {
 }  // namespace
 
 int read_from_partition(char* buffer, int count, int offset) {
-    const UniqueFd partition(openFile(kPartition, O_RDWR));
-    if (!partition.isOpen()) {
+    const unique_fd partition = openFile(kGsortPartition, O_RDWR);
+    if (!partition.ok()) {
         FBO_LOGE("[UTILS-HAL] open ddr_gsort_partition fail %s\n", strerror(errno));
         return -1;
     }
@@ -64,8 +43,8 @@ int read_from_partition(char* buffer, int count, int offset) {
 }
 
 int write_to_partition(char* buffer, int count, int offset) {
-    const UniqueFd partition(openFile(kPartition, O_RDWR));
-    if (!partition.isOpen()) {
+    const unique_fd partition = openFile(kGsortPartition, O_RDWR);
+    if (!partition.ok()) {
         // With a comma, unlike the line of the read.
         FBO_LOGE("[UTILS-HAL] open ddr_gsort_partition fail, %s\n", strerror(errno));
         return -1;
@@ -86,7 +65,8 @@ int setBootlunInfo() {
         FBO_LOGE("[SNAPSHOT-HAL] malloc fail");
         return -1;
     }
-    const int read = read_from_partition(buffer->bytes, sizeof(BootLunRecord), kRecordOffset);
+    const int read =
+            read_from_partition(buffer->bytes, sizeof(BootLunRecord), kBootLunRecordOffset);
     if (read < 0) {
         FBO_LOGE("[SNAPSHOT-HAL] read_from_partition fail");
         return read;
@@ -94,9 +74,11 @@ int setBootlunInfo() {
     BootLunRecord& record = buffer->record;
     FBO_LOGD("[SNAPSHOT-HAL] magic_str %s, bootlun %d, snapbootLun %d", buffer->bytes,
              record.bootlun, record.snapbootLun);
-    if (memcmp(record.magic_str, kMagic, sizeof(kMagic)) == 0) record.snapbootLun = record.bootlun;
+    if (memcmp(record.magic_str, kSnapshotMagic, sizeof(kSnapshotMagic)) == 0)
+        record.snapbootLun = record.bootlun;
 
-    const int written = write_to_partition(buffer->bytes, sizeof(BootLunRecord), kRecordOffset);
+    const int written =
+            write_to_partition(buffer->bytes, sizeof(BootLunRecord), kBootLunRecordOffset);
     if (written < 0) {
         FBO_LOGE("[SNAPSHOT-HAL] write_to_partition fail");
     } else {

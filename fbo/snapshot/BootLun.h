@@ -1,6 +1,30 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 namespace vendor::nivora::hardware::fbo::implementation {
+
+/** The partition that holds the boot-LUN record, and where it stands there. */
+constexpr char kGsortPartition[] = "/dev/block/by-name/gsort";
+constexpr int kBootLunRecordOffset = 9 * 1024 * 1024;
+/** What a snapshot record begins with. */
+constexpr char kSnapshotMagic[] = {'s', 'n', 'a', 'p', 's', 'h', 'o', 't'};
+
+/** The record on the partition; its numbers are little-endian, as the processor's are. */
+struct __attribute__((packed)) BootLunRecord {
+    /** "snapshot" in a snapshot record, without or with a NUL behind it. */
+    char magic_str[8];
+    char uninterpreted[27];
+    /** The boot LUN in use. */
+    int32_t bootlun;
+    /** The boot LUN that the snapshot protects. */
+    int32_t snapbootLun;
+    char uninterpreted_too[64];
+};
+static_assert(sizeof(BootLunRecord) == 107);
+static_assert(offsetof(BootLunRecord, bootlun) == 35);
+static_assert(offsetof(BootLunRecord, snapbootLun) == 39);
 
 /**
  * Reads up to `count` bytes at `offset` of the partition /dev/block/by-name/gsort with one read(2),

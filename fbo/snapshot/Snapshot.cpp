@@ -1,15 +1,15 @@
 #include "fbo/snapshot/Snapshot.h"
 
+#include <unistd.h>
+
 #include <mutex>
-#include <optional>
 
 #include "fbo/Fbo.h"
 #include "fbo/snapshot/BootLun.h"
-#include "fbo/snapshot/Nodes.h"
+#include "fbo/snapshot/SnapshotNodes.h"
 #include "fbo/snapshot/SnapshotPolicy.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
-#include "fbo/utils/Poll.h"
 #include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
@@ -49,29 +49,6 @@ int toBlocks(int units) {
     return static_cast<int>(static_cast<uint32_t>(units) << kBlocksShift);
 }
 
-/**
- * Reads the status again while `pending(status)` holds, each second, at most 30 times.
- *
- * @param name the function whose name the log lines carry.
- * @return how often it was read.
- */
-template <typename Pending>
-int pollStatus(Fbo& service, const char* name, int32_t& status, Pending pending) {
-    int tryCount = 0;
-    poll(
-            kPollLimit,
-            [&]() -> std::optional<unsigned> {
-                if (!pending(status)) return std::nullopt;
-                FBO_LOG(ANDROID_LOG_INFO, name, "[SNAPSHOT-HAL] snapshotStatus is %d.", status);
-                return kPollSeconds;
-            },
-            [&] {
-                status = service.SnapShot_getStatus();
-                ++tryCount;
-            });
-    return tryCount;
-}
-
 }  // namespace
 
 Return<bool> Fbo::SnapShot_startBackup() {
@@ -107,9 +84,14 @@ Return<bool> Fbo::SnapShot_startBackup() {
     FBO_LOGD("[SNAPSHOT-HAL] snapshotStatus is %d.", status);
     // Some devices stay idle for a while before they begin.
     const bool isMK = isMicronOrKioxia(vendor);
-    const int tryCount = pollStatus(*this, __func__, status, [isMK](int32_t now) {
-        return now == SNAPSHOT_STATUS_INPROGRESS || (now == SNAPSHOT_STATUS_IDLE && isMK);
-    });
+    int tryCount = 0;
+    while ((status == SNAPSHOT_STATUS_INPROGRESS || (status == SNAPSHOT_STATUS_IDLE && isMK)) &&
+           tryCount < kPollLimit) {
+        FBO_LOGI("[SNAPSHOT-HAL] snapshotStatus is %d.", status);
+        sleep(kPollSeconds);
+        status = SnapShot_getStatus();
+        ++tryCount;
+    }
     FBO_LOGD("[SNAPSHOT-HAL] snapshotStatus is %d, tryCount is %d", status, tryCount);
     if (SnapShot_getStatus() != SNAPSHOT_STATUS_COMPLETE_BACKUP) return false;
     FBO_LOGD("[SNAPSHOT-HAL] backup success");
@@ -137,9 +119,14 @@ Return<bool> Fbo::SnapShot_startDrop() {
     getUFSVendor(vendor);
     // Most devices drop at once; for the others the wait begins from the status known above.
     const bool isMK = isMicronOrKioxia(vendor);
-    pollStatus(*this, __func__, status, [isMK](int32_t now) {
-        return now == SNAPSHOT_STATUS_INPROGRESS || (now != SNAPSHOT_STATUS_IDLE && isMK);
-    });
+    int tryCount = 0;
+    while ((status == SNAPSHOT_STATUS_INPROGRESS || (status != SNAPSHOT_STATUS_IDLE && isMK)) &&
+           tryCount < kPollLimit) {
+        FBO_LOGI("[SNAPSHOT-HAL] snapshotStatus is %d.", status);
+        sleep(kPollSeconds);
+        status = SnapShot_getStatus();
+        ++tryCount;
+    }
     status = SnapShot_getStatus();
     if (status != SNAPSHOT_STATUS_IDLE && status != SNAPSHOT_STATUS_DROP_BY_HOST) {
         FBO_LOGE("[SNAPSHOT-HAL] snapshot drop failed.");

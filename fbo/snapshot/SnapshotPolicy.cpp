@@ -1,11 +1,15 @@
 #include "fbo/snapshot/SnapshotPolicy.h"
 
-#include <android-base/properties.h>
+#include <algorithm>
+#include <iterator>
+#include <string>
 
-#include "fbo/eua/Inquiry.h"
-#include "fbo/snapshot/Nodes.h"
+#include "fbo/snapshot/SnapshotNodes.h"
+#include "fbo/utils/Inquiry.h"
 #include "fbo/utils/Log.h"
+#include "fbo/utils/Makers.h"
 #include "fbo/utils/Node.h"
+#include "fbo/utils/Properties.h"
 #include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
@@ -14,10 +18,6 @@ namespace {
 
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
-}
-
-int numberProperty(const char* name, const char* unset) {
-    return std::stoi(android::base::GetProperty(name, unset));
 }
 
 /**
@@ -56,12 +56,12 @@ bool applyControl(const std::string& control, bool& enable) {
 
 void updateSnapshotCloudCtrlPolicy(bool& enable, int& minLimit, int& maxLimit,
                                    int& deviceFreeBlock) {
-    const std::string control = android::base::GetProperty("vendor.snapshot_control", "default");
+    const std::string control = kSnapshotControlProperty.value();
     if (!contains(control, "default") && !applyControl(control, enable)) return;
 
-    maxLimit = numberProperty("vendor.snapshot_freespace.maxlimit", "20");
-    minLimit = numberProperty("vendor.snapshot_freespace.minlimit", "8");
-    deviceFreeBlock = numberProperty("vendor.snapshot_devicefreeblock", "16");
+    maxLimit = std::stoi(kMaxLimitProperty.value());
+    minLimit = std::stoi(kMinLimitProperty.value());
+    deviceFreeBlock = std::stoi(kDeviceFreeBlockProperty.value());
     FBO_LOGD("[SNAPSHOT-HAL] snapshot_freespace minlimit %d, maxlimit %d, devicefreeblock %d",
              minLimit, maxLimit, deviceFreeBlock);
 }
@@ -96,7 +96,9 @@ void setSnapshotFreeBlockThr(std::string& vendor, int blocks) {
 }
 
 bool isMicronOrKioxia(const std::string& vendor) {
-    return contains(vendor, "MICRON") || contains(vendor, "KIOXIA");
+    return std::any_of(std::begin(kMakers), std::end(kMakers), [&](const Maker& maker) {
+        return maker.slow_snapshot && contains(vendor, maker.name);
+    });
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

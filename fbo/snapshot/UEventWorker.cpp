@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include <android-base/macros.h>
+
 #include "fbo/Fbo.h"
 #include "fbo/snapshot/DropEvent.h"
 #include "fbo/utils/Log.h"
@@ -25,15 +27,15 @@ constexpr time_t kDropInterval = 4;
 
 void Fbo::UEventWorker() {
     FBO_LOGE("[SNAPSHOT-HAL] Creating Memory uevent worker!");
-    UniqueFd socket(uevent_open_socket(kSocketBuffer, true));
+    unique_fd socket(uevent_open_socket(kSocketBuffer, true));
     uevent_fd = socket.get();
-    if (!socket.isOpen()) {
+    if (!socket.ok()) {
         FBO_LOGE("[SNAPSHOT-HAL] uevent_open_socket failed");
         return;
     }
     fcntl(uevent_fd, F_SETFL, O_NONBLOCK);
-    const UniqueFd epoll(epoll_create(kMaxEvents));
-    if (!epoll.isOpen()) {
+    const unique_fd epoll(epoll_create(kMaxEvents));
+    if (!epoll.ok()) {
         FBO_LOGE("[SNAPSHOT-HAL] epoll_create failed");
         return;
     }
@@ -46,8 +48,8 @@ void Fbo::UEventWorker() {
     }
     for (;;) {
         epoll_event events[kMaxEvents] = {};
-        const int count = epoll_wait(epoll.get(), events, kMaxEvents, -1);
-        if (count < 0 && errno != EINTR) break;
+        const int count = TEMP_FAILURE_RETRY(epoll_wait(epoll.get(), events, kMaxEvents, -1));
+        if (count < 0) break;
         for (int i = 0; i < count; ++i) {
             if (events[i].data.fd == uevent_fd) UEventEvent();
         }

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <android-base/macros.h>
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -16,11 +16,7 @@ constexpr size_t kPendingLimit = 64 * 1024;
 
 /** read(2) at `offset`; sysfs asks the driver for a new value at offset 0. */
 ssize_t readAt(int fd, char* chunk, off_t offset) {
-    ssize_t size;
-    do {
-        size = pread(fd, chunk, kChunkSize, offset);
-    } while (size < 0 && errno == EINTR);
-    return size;
+    return TEMP_FAILURE_RETRY(pread(fd, chunk, kChunkSize, offset));
 }
 
 bool isBlank(char c) {
@@ -29,31 +25,18 @@ bool isBlank(char c) {
 
 }  // namespace
 
-void UniqueFd::reset(int fd) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
-}
-
-int openFile(const std::string& path, int flags) {
-    int fd;
-    do {
-        fd = ::open(path.c_str(), flags | O_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
+unique_fd openFile(const std::string& path, int flags) {
+    return unique_fd(TEMP_FAILURE_RETRY(open(path.c_str(), flags | O_CLOEXEC)));
 }
 
 ssize_t readFile(int fd, void* buffer, size_t size) {
-    ssize_t count;
-    do {
-        count = ::read(fd, buffer, size);
-    } while (count < 0 && errno == EINTR);
-    return count;
+    return TEMP_FAILURE_RETRY(read(fd, buffer, size));
 }
 
 bool NodeReader::open(const std::string& path) {
     close();
-    fd_.reset(openFile(path, O_RDONLY));
-    return fd_.isOpen();
+    fd_ = openFile(path, O_RDONLY);
+    return fd_.ok();
 }
 
 void NodeReader::close() {
@@ -90,10 +73,9 @@ std::string NodeReader::readAll() const {
 bool NodeWriter::open(const std::string& path) {
     close();
     // As fopen's mode "w" does; a driver's directory refuses to create what is not there.
-    do {
-        fd_.reset(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    } while (!fd_.isOpen() && errno == EINTR);
-    failed_ = !fd_.isOpen();
+    fd_.reset(TEMP_FAILURE_RETRY(
+            ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)));
+    failed_ = !fd_.ok();
     return !failed_;
 }
 
@@ -113,8 +95,7 @@ void NodeWriter::putLine(std::string_view text) {
 void NodeWriter::flush() {
     std::string_view rest = pending_;
     while (!rest.empty()) {
-        const ssize_t size = ::write(fd_.get(), rest.data(), rest.size());
-        if (size < 0 && errno == EINTR) continue;
+        const ssize_t size = TEMP_FAILURE_RETRY(write(fd_.get(), rest.data(), rest.size()));
         // A driver that takes nothing has failed as well.
         if (size <= 0) {
             failed_ = true;

@@ -5,26 +5,14 @@
 #include <string>
 #include <string_view>
 
+#include <android-base/unique_fd.h>
+
 namespace vendor::nivora::hardware::fbo::implementation {
 
-/** Owns a file descriptor. */
-class UniqueFd {
-  public:
-    explicit UniqueFd(int fd = -1) : fd_(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    void reset(int fd = -1);
-    int get() const { return fd_; }
-    bool isOpen() const { return fd_ >= 0; }
-
-  private:
-    int fd_;
-};
+using ::android::base::unique_fd;
 
 /** Opens an existing file with open(2)'s `flags`, closed on exec. */
-int openFile(const std::string& path, int flags);
+unique_fd openFile(const std::string& path, int flags);
 
 /** read(2), repeated while a signal interrupts it. */
 ssize_t readFile(int fd, void* buffer, size_t size);
@@ -49,7 +37,7 @@ class NodeReader {
     std::string readAll() const;
 
   private:
-    UniqueFd fd_;
+    unique_fd fd_;
 };
 
 /**
@@ -82,7 +70,7 @@ class NodeWriter {
     void close();
 
   private:
-    UniqueFd fd_;
+    unique_fd fd_;
     /** Empty after a failure: nothing of it is ever stored again. */
     std::string pending_;
     bool failed_ = true;

@@ -11,21 +11,14 @@
 #include <mutex>
 #include <string_view>
 
-#include <android-base/properties.h>
-
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
+#include "fbo/utils/Paths.h"
+#include "fbo/utils/Properties.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
 namespace {
-
-constexpr char kQcomDriver[] = "/sys/bus/platform/drivers/ufshcd-qcom/";
-constexpr char kMtkDriver[] = "/sys/bus/platform/drivers/ufshcd-mtk/";
-constexpr char kVendorNode[] = "/sys/class/block/sda/device/vendor";
-constexpr char kUserdataLink[] = "/dev/block/mapper/userdata";
-constexpr char kUserData[] = "/data/user/0";
-constexpr char kDropCachesNode[] = "/proc/sys/vm/drop_caches";
 
 constexpr size_t kVendorLength = 10;
 constexpr size_t kLinkLength = 511;
@@ -55,7 +48,7 @@ int32_t nominalSize(int32_t gib) {
 }  // namespace
 
 std::optional<std::string> getFeatureDevicePath(std::string suffix) {
-    const std::string hardware = android::base::GetProperty("ro.hardware", "qcom");
+    const std::string hardware = kHardwareProperty.value();
     const std::lock_guard<std::mutex> lock(search_lock);
     // A search that failed is not repeated: value() then raises for every later caller.
     if (search_done) return device_directory.value() + suffix;
@@ -87,8 +80,8 @@ bool readFileToString(const std::string& path, std::string& out) {
 }
 
 int getUFSVendor(std::string& out) {
-    const UniqueFd node(openFile(kVendorNode, O_RDONLY));
-    if (!node.isOpen()) {
+    const unique_fd node = openFile(kVendorNode, O_RDONLY);
+    if (!node.ok()) {
         FBO_LOGE("[FBO-HAL] UFS Vendor node open fail");
         return -1;
     }
@@ -134,8 +127,8 @@ int getUserFreeSpaceInfo() {
 }
 
 int drop_caches(int count) {
-    const UniqueFd node(openFile(kDropCachesNode, O_WRONLY));
-    if (!node.isOpen()) {
+    const unique_fd node = openFile(kDropCachesNode, O_WRONLY);
+    if (!node.ok()) {
         FBO_LOGE("[UTILS-HAL] drop_caches fail");
         return -1;
     }

@@ -31,7 +31,7 @@
 #include <gtest/gtest.h>
 
 #include "fbo/Fbo.h"
-#include "fbo/eua/Inquiry.h"
+#include "fbo/utils/Inquiry.h"
 #include "fbo/eua/Policy.h"
 #include "fbo/snapshot/BootLun.h"
 #include "fbo/utils/Utils.h"

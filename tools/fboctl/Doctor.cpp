@@ -25,9 +25,10 @@
 #include "Commands.h"
 #include "Platform.h"
 #include "Session.h"
-#include "fbo/defrag/Nodes.h"
-#include "fbo/eua/Nodes.h"
-#include "fbo/snapshot/Nodes.h"
+#include "fbo/defrag/FboNodes.h"
+#include "fbo/eua/EuaNodes.h"
+#include "fbo/snapshot/SnapshotNodes.h"
+#include "fbo/utils/Paths.h"
 
 namespace fboctl {
 

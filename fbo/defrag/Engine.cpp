@@ -1,5 +1,8 @@
-#include "fbo/defrag/Cycle.h"
+#include "fbo/defrag/Engine.h"
 
+#include "fbo/Globals.h"
+#include "fbo/defrag/FboNodes.h"
+#include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
@@ -12,35 +15,45 @@ constexpr size_t kLevelIndex = 10;
 
 }  // namespace
 
-int Cycle::run() {
-    Outcome outcome;
-    do {
-        outcome = pass();
-    } while (outcome.next == Outcome::kNewPass);
-    return outcome.result;
+int Engine::run() {
+    while (!ended_) pass();
+    return result_;
 }
 
-void Cycle::logOpenFailure() const {
+bool Engine::endWith(int result) {
+    ended_ = true;
+    result_ = result;
+    return false;
+}
+
+void Engine::logOpenFailure() const {
     FBO_LOG(ANDROID_LOG_ERROR, name_, "[FBO-HAL] Open file failure");
 }
 
-Cycle::Outcome Cycle::sendList(const char* state_node) {
+bool Engine::openOutput(const char* node) {
+    if (output_.open(path(node))) return true;
+    logOpenFailure();
+    return endWith(kNodeNotOpened);
+}
+
+bool Engine::sendList(const char* state_node) {
     output_.close();
     input_.close();
     FBO_LOG(ANDROID_LOG_INFO, name_, "[FBO-HAL] write buffer");
-    if (!open(output_, node::kSendLrList)) return endWith(kNodeNotOpened);
+    if (!openOutput(node::kSendLrList)) return false;
     FBO_LOG(ANDROID_LOG_INFO, name_, "[FBO-HAL] write buff lba is: %s.", lr_list_.c_str());
     output_.putLine(lr_list_);
-    if (!open(input_, state_node)) return endWith(kNodeNotOpened);
-    return nextStep();
+    if (input_.open(path(state_node))) return true;
+    logOpenFailure();
+    return endWith(kNodeNotOpened);
 }
 
-void Cycle::readState() {
+void Engine::readState() {
     input_.readToken(token_);
-    convertState();
+    state_ = std::stoi(token_);
 }
 
-Cycle::Outcome Cycle::retryAnalysis() {
+bool Engine::retryAnalysis() {
     FBO_LOG(ANDROID_LOG_DEBUG, name_, "[FBO-HAL] flc ops is: %s.", token_.c_str());
     if (!retry_available_) {
         FBO_LOG(ANDROID_LOG_ERROR, name_, "[FBO-HAL] flc enable abnormal, exit");
@@ -50,15 +63,15 @@ Cycle::Outcome Cycle::retryAnalysis() {
     retry_available_ = false;
     ++cmd_fail_count;
     ++cmd_retry_count;
-    return newPass();
+    return false;
 }
 
-Cycle::Outcome Cycle::readReport() {
+bool Engine::readReport() {
     FBO_LOG(ANDROID_LOG_INFO, name_, "[FBO-HAL] read buff.");
     // A node that does not open shows as an empty report.
     input_.open(path(node::kFragLevel));
     report_ = input_.readAll();
-    if (report_.size() >= kReportLength) return nextStep();
+    if (report_.size() >= kReportLength) return true;
     if (!retry_available_) {
         FBO_LOG(ANDROID_LOG_ERROR, name_, "[FBO-HAL] read buff fail");
         return endWith(kDeviceAbnormal);
@@ -66,26 +79,26 @@ Cycle::Outcome Cycle::readReport() {
     FBO_LOG(ANDROID_LOG_ERROR, name_, "[FBO-HAL] read buff fail, retry");
     // Unlike the retry of an abnormal state, this one is not counted.
     retry_available_ = false;
-    return newPass();
+    return false;
 }
 
-Cycle::Outcome Cycle::keepLevel() {
-    if (first_pass_) {
-        level_before_ = level();
-        return nextStep();
+bool Engine::keepLevel() {
+    if (!first_pass_) {
+        level_after_ = level();
+        return endWith(kDone);
     }
-    level_after_ = level();
-    return endWith(kDone);
+    level_before_ = level();
+    return true;
 }
 
-int32_t Cycle::level() const {
+int32_t Engine::level() const {
     // As the phone's own processor takes a character: unsigned.
     const auto character = static_cast<unsigned char>(report_[kLevelIndex]);
     return character == 'a' ? 10 : character - '0';
 }
 
-void Cycle::startOptimisation(const char* control_node, const char* command,
-                              const char* state_node) {
+void Engine::startOptimisation(const char* control_node, const char* command,
+                               const char* state_node) {
     output_.close();
     input_.close();
     output_.open(path(control_node));

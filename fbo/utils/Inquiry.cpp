@@ -1,8 +1,8 @@
-#include "fbo/eua/Inquiry.h"
+#include "fbo/utils/Inquiry.h"
 
-#include "fbo/eua/Nodes.h"
 #include "fbo/utils/Log.h"
 #include "fbo/utils/Node.h"
+#include "fbo/utils/Paths.h"
 #include "fbo/utils/Utils.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {

@@ -5,9 +5,6 @@ namespace vendor::nivora::hardware::fbo::implementation {
 /** The FBO nodes' directory below the host controller. */
 constexpr char kFboDirectory[] = "/ufsfbo/";
 
-/** The wear of the flash, as the device reports it. */
-constexpr char kHealthReportNode[] = "/sys/class/qe_memory/qe_memory_device/ufshcd0/hr";
-
 /** Urgent garbage collection of a volume, between them its device-mapper name. */
 constexpr char kF2fsDirectory[] = "/sys/fs/f2fs/";
 constexpr char kUrgentGcNode[] = "/gc_urgent";
