@@ -35,5 +35,5 @@ $3"
 }
 same library "$(soong "$package-impl")" "$(cmake_list fbo fbo_impl)"
 same fboctl "$(soong fboctl)" \
-    "$(cmake_list tools/fboctl fboctl | sed s/HostPlatform/PhonePlatform/ | sort)"
+    "$({ cmake_list tools/fboctl fboctl_commands; cmake_list tools/fboctl fboctl_phone; } | sort)"
 exit $status
