@@ -115,7 +115,8 @@ const StatusCase kStatuses[] = {
         {"--trace support", 2, "need --sim"},
         {"--sim ufs50:samsung support", 2, "no device profile"},
         {"--sim ufs40:samsung,colour=red support", 2, "colour=red"},
-        {"support", 3, "no service"},
+        {"support", 3, "no service; on a host use --sim"},
+        {"doctor fbo", 3, "the service can be asked: there is no service"},
         {"--sim ufs40:wdc,node.fbo_prog_state=odd trigger 1,2", 3,
          "an error escaped the call: stoi"},
 };
@@ -128,6 +129,17 @@ TEST(Fboctl, ReadsRangesFromStandardInput) {
                                                                        "--json trigger - 2>&-"));
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(parse(outcome.output)["zones"], 2);
+}
+
+/** On a phone it asks for the service without waiting for it. */
+TEST(Fboctl, SaysOnAPhoneThatTheServiceIsNotRunning) {
+    for (const char* command : {"support", "doctor", "--json doctor", "stop", "trigger 1,2",
+                                "snapshot watch", "eua erase 1,2"}) {
+        const Outcome outcome = fboctl(std::string(FBOCTL_PHONE) + " " + command);
+        EXPECT_EQ(outcome.status, 3) << command;
+        EXPECT_NE(outcome.output.find("the service is not running"), std::string::npos)
+                << outcome.output;
+    }
 }
 
 /** A directory's files in order, with what cannot be done named, and a second run that pays. */

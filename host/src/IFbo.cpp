@@ -4,7 +4,7 @@
  */
 
 #include <algorithm>
-#include <map>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 
@@ -25,9 +25,13 @@ using ::android::hidl::base::V1_0::IBase;
 
 namespace {
 
+/** The one instance that the phone's manifest declares. */
+constexpr char kDeclared[] = "default";
+
 struct ServiceManager {
     std::mutex mutex;
-    std::map<std::string, sp<IFbo>> services;
+    std::condition_variable registered;
+    sp<IFbo> service;
 };
 
 ServiceManager& serviceManager() {
@@ -99,20 +103,27 @@ Return<sp<IFbo>> IFbo::castFrom(const sp<IBase>& parent, bool) {
 }
 
 sp<IFbo> IFbo::tryGetService(const std::string& serviceName, bool) {
+    if (serviceName != kDeclared) return nullptr;
     ServiceManager& manager = serviceManager();
     const std::lock_guard<std::mutex> lock(manager.mutex);
-    const auto service = manager.services.find(serviceName);
-    return service == manager.services.end() ? nullptr : service->second;
+    return manager.service;
 }
 
-sp<IFbo> IFbo::getService(const std::string& serviceName, bool getStub) {
-    return tryGetService(serviceName, getStub);
+sp<IFbo> IFbo::getService(const std::string& serviceName, bool) {
+    if (serviceName != kDeclared) return nullptr;
+    ServiceManager& manager = serviceManager();
+    std::unique_lock<std::mutex> lock(manager.mutex);
+    // For ever, if nobody registers: so does a phone.
+    manager.registered.wait(lock, [&] { return manager.service != nullptr; });
+    return manager.service;
 }
 
 ::android::status_t IFbo::registerAsService(const std::string& serviceName) {
+    if (serviceName != kDeclared) return ::android::UNKNOWN_ERROR;
     ServiceManager& manager = serviceManager();
     const std::lock_guard<std::mutex> lock(manager.mutex);
-    manager.services[serviceName] = this;
+    manager.service = this;
+    manager.registered.notify_all();
     return ::android::OK;
 }
 

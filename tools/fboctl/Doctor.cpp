@@ -75,10 +75,15 @@ std::string checkNumber(const std::string& text) {
 
 class Doctor {
   public:
-    /** @param session the service to ask for what only it knows; null if there is none. */
-    Doctor(const Session* session, const LogLines& log) : session_(session), log_(log) {}
+    /**
+     * @param session the service to ask for what only it knows; null if there is none.
+     * @param no_service why there is none; empty if there is one.
+     */
+    Doctor(const Session* session, const std::string& no_service, const LogLines& log)
+        : session_(session), no_service_(no_service), log_(log) {}
 
     const std::vector<Finding>& examine() {
+        examineService();
         examineController();
         examineFbo();
         examineEua();
@@ -131,6 +136,7 @@ class Doctor {
             checkNumber(android::base::GetProperty(name, unset)), "unset it, or set a number");
     }
 
+    void examineService();
     void examineController();
     void examineVendor();
     void examineFbo();
@@ -143,6 +149,7 @@ class Doctor {
     void examineRecord();
 
     const Session* const session_;
+    const std::string no_service_;
     const LogLines& log_;
     std::string feature_;
     std::string controller_;
@@ -150,6 +157,12 @@ class Doctor {
     bool maker_known_ = false;
     std::vector<Finding> findings_;
 };
+
+void Doctor::examineService() {
+    feature_ = "all";
+    add("the service can be asked", no_service_,
+        "start it; neither wear nor EUA policy is looked at without it");
+}
 
 void Doctor::examineController() {
     feature_ = "all";
@@ -353,16 +366,6 @@ Json::Value describe(const std::vector<Finding>& findings) {
     return list;
 }
 
-/** A session if there is a service; on a phone it need not run yet. */
-std::unique_ptr<Session> tryService(const Options& options, LogLines& log) {
-    try {
-        return std::make_unique<Session>(options, log.reader());
-    } catch (const NoService&) {
-        fprintf(stderr, "fboctl: there is no service to ask for wear and policy\n");
-        return nullptr;
-    }
-}
-
 }  // namespace
 
 ExitStatus doctor(const Options& options) {
@@ -371,8 +374,15 @@ ExitStatus doctor(const Options& options) {
         throw UsageError("doctor takes fbo, eua or snapshot, not \"" + wanted + "\"");
     }
     LogLines log;
-    const std::unique_ptr<Session> session = tryService(options, log);
-    Doctor doctor(session.get(), log);
+    std::unique_ptr<Session> session;
+    std::string no_service;
+    try {
+        session = std::make_unique<Session>(options, log.reader());
+    } catch (const NoService& missing) {
+        // On a phone it need not run yet; the rest is looked at all the same.
+        no_service = missing.what();
+    }
+    Doctor doctor(session.get(), no_service, log);
     std::vector<Finding> findings;
     for (const Finding& finding : doctor.examine()) {
         if (wanted.empty() || finding.feature == wanted || finding.feature == "all") {
@@ -384,6 +394,7 @@ ExitStatus doctor(const Options& options) {
     } else {
         print(findings);
     }
+    if (session == nullptr) return kNoAnswer;
     const bool well = std::all_of(findings.begin(), findings.end(),
                                   [](const Finding& finding) { return finding.wrong.empty(); });
     return well ? kDone : kNo;

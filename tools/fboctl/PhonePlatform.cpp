@@ -64,6 +64,10 @@ class Phone : public Platform {
         waitpid(logcat_, nullptr, 0);
     }
 
+    const char* whyNoService() const override {
+        return "the service is not running, or has not registered yet";
+    }
+
     void waitForLog() const override {
         // The log daemon hands lines on within some milliseconds.
         if (logcat_ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(300));

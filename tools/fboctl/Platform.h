@@ -32,13 +32,16 @@ class Platform {
     /** Readies for a time in which the service is left to what comes from outside. */
     virtual void keepUp() {}
 
+    /** What to tell the user where IFbo::tryGetService() finds no service. */
+    virtual const char* whyNoService() const { return "there is no service; on a host use --sim"; }
+
     /** Waits until what the service has logged so far has reached the reader. */
     virtual void waitForLog() const {}
 };
 
 /**
- * Makes ready what IFbo::getService() finds, and hands the lines that the service logs from now on
- * to `reader`, on any thread; an empty reader wants none. Throws std::invalid_argument if the
+ * Makes ready what IFbo::tryGetService() finds, and hands the lines that the service logs from now
+ * on to `reader`, on any thread; an empty reader wants none. Throws std::invalid_argument if the
  * options do not fit, another std::exception if the system does not allow it.
  */
 std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader);

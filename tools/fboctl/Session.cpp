@@ -21,8 +21,8 @@ LogReader makeReader(bool show, LogReader listener) {
 
 Session::Session(const Options& options, LogReader listener)
     : platform_(startPlatform(options.sim, makeReader(options.log, std::move(listener)))),
-      service_(IFbo::getService()) {
-    if (service_ == nullptr) throw NoService();
+      service_(IFbo::tryGetService()) {
+    if (service_ == nullptr) throw NoService(platform_->whyNoService());
 }
 
 void printJson(const Json::Value& value) {

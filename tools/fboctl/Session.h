@@ -24,9 +24,9 @@ struct CallError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** There is no service to call. */
+/** There is no service to call; the text says so. */
 struct NoService : CallError {
-    NoService() : CallError("there is no service; on a host use --sim") {}
+    using CallError::CallError;
 };
 
 /** Makes `call` and returns what it answers. Throws CallError if no answer comes. */
@@ -47,6 +47,8 @@ auto ask(Call call) {
 class Session {
   public:
     /**
+     * Throws NoService if there is none now; it does not wait for one.
+     *
      * @param listener takes what the service logs, besides the user who may want to see it too;
      *     on any thread. May be empty.
      */
