@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <thread>
+#include <type_traits>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -16,7 +18,44 @@
 namespace {
 
 using namespace vendor::nivora::hardware::fbo::implementation;
+using ::android::hardware::Status;
 using ::vendor::nivora::hardware::fbo::V1_0::IFbo;
+
+Return<bool> fail() {
+    return Status::fromStatusT(android::DEAD_OBJECT);
+}
+
+TEST(Hidl, AFailedAnswerAbortsWhoeverDoesNotLook) {
+    EXPECT_DEATH(fail(), "nobody looked at the answer");
+    EXPECT_DEATH(static_cast<void>(fail().description()), "nobody looked");
+    EXPECT_DEATH(
+            Return<void>(Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT, "no callback")),
+            "no callback");
+    EXPECT_DEATH(static_cast<void>(static_cast<bool>(fail())), "took the value");
+    EXPECT_DEATH(
+            {
+                Return<bool> answer = fail();
+                // Looked at or not, there is no value.
+                if (!answer.isOk()) static_cast<void>(static_cast<bool>(answer));
+            },
+            "took the value");
+    EXPECT_DEATH(
+            {
+                Return<bool> answer = fail();
+                answer = true;
+            },
+            "nobody looked");
+}
+
+TEST(Hidl, AFailedAnswerThatIsLookedAtIsHarmless) {
+    static_assert(!std::is_copy_constructible_v<Return<bool>>);
+    Return<bool> answer = fail();
+    Return<bool> moved = std::move(answer);
+    EXPECT_TRUE(moved.isDeadObject());
+    EXPECT_FALSE(moved.isOk());
+    EXPECT_TRUE(moved.withDefault(true));
+    EXPECT_EQ(Return<int32_t>(7), 7);
+}
 
 TEST(Hidl, WaitsForADeclaredServiceOnly) {
     EXPECT_EQ(IFbo::getService("other"), nullptr);

@@ -48,7 +48,8 @@ Options:
   --help                Show this
 
 Ctrl-C asks a run to stop; it ends as soon as the device is idle and its figures are shown all
-the same. A second Ctrl-C ends fboctl.
+the same. If the service cannot be told, that is said, and the run goes on. A second Ctrl-C ends
+fboctl.
 
 Exit status: 0 done; 1 the answer is no, or it failed or was stopped; 2 wrong usage; 3 no service,
 or an error escaped the call.

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <initializer_list>
 #include <string_view>
 #include <thread>
 
@@ -15,55 +16,81 @@ namespace {
 /** Well below what one binder transaction carries. */
 constexpr size_t kMaxRequest = 512 * 1024;
 
-/** Turns Ctrl-C into a stop request while it lives. */
+/** Turns the first Ctrl-C into a stop request while it lives; the second ends the program. */
 class Interrupts {
   public:
     explicit Interrupts(const sp<IFbo>& service) : service_(service) {
-        const sigset_t signals = awaited();
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        block({SIGINT, kEnd});
         thread_ = std::thread([this] { wait(); });
     }
-    ~Interrupts() {
-        pthread_kill(thread_.native_handle(), SIGUSR1);
-        thread_.join();
-    }
+    ~Interrupts() { end(); }
     Interrupts(const Interrupts&) = delete;
     Interrupts& operator=(const Interrupts&) = delete;
 
-    bool stopRequested() const { return stop_requested_; }
+    /** Ends the wait for Ctrl-C; a stop that is on its way to the service is waited for. */
+    void end() {
+        if (!thread_.joinable()) return;
+        pthread_kill(thread_.native_handle(), kEnd);
+        thread_.join();
+    }
+
+    /** Whether the user wants the run to stop. */
+    bool interrupted() const { return interrupted_; }
+    /** Whether the service has been told so; known after end(). */
+    bool stopDelivered() const { return stop_delivered_; }
 
   private:
-    /** Ctrl-C, and what ends the wait for it. */
-    static sigset_t awaited() {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGUSR1);
-        return signals;
+    static constexpr int kEnd = SIGUSR1;
+
+    static sigset_t setOf(std::initializer_list<int> signals) {
+        sigset_t set;
+        sigemptyset(&set);
+        for (const int signal : signals) sigaddset(&set, signal);
+        return set;
+    }
+
+    static void block(std::initializer_list<int> signals) {
+        const sigset_t set = setOf(signals);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    }
+
+    static int await(std::initializer_list<int> signals) {
+        const sigset_t set = setOf(signals);
+        int signal = 0;
+        sigwait(&set, &signal);
+        return signal;
     }
 
     void wait() {
-        const sigset_t signals = awaited();
-        int signal = 0;
-        while (sigwait(&signals, &signal) == 0 && signal == SIGINT) {
-            if (stop_requested_.exchange(true)) endProgram();
-            fprintf(stderr, "\nfboctl: stopping; Ctrl-C again to give up\n");
-            service_->FBO_stateCtl("stop", [](const hidl_string&) {});
+        if (await({SIGINT, kEnd}) == kEnd) return;
+        interrupted_ = true;
+        letCtrlCEndProgram();
+        fprintf(stderr, "\nfboctl: stopping; Ctrl-C again to give up\n");
+        sendStop();
+        // The second Ctrl-C comes to this thread: the others have it blocked.
+        await({kEnd});
+    }
+
+    /** From now on, even while the service does not answer to the stop. */
+    static void letCtrlCEndProgram() {
+        const sigset_t interrupt = setOf({SIGINT});
+        signal(SIGINT, SIG_DFL);
+        pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+    }
+
+    void sendStop() {
+        try {
+            ask([this] { return service_->FBO_stateCtl("stop", [](const hidl_string&) {}); });
+            stop_delivered_ = true;
+        } catch (const CallError& error) {
+            fprintf(stderr, "fboctl: the stop could not be delivered (%s); the run goes on\n",
+                    error.what());
         }
     }
 
-    /** Ends as a program does that does not catch Ctrl-C. */
-    static void endProgram() {
-        sigset_t interrupt;
-        sigemptyset(&interrupt);
-        sigaddset(&interrupt, SIGINT);
-        signal(SIGINT, SIG_DFL);
-        pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
-        raise(SIGINT);
-    }
-
     const sp<IFbo> service_;
-    std::atomic<bool> stop_requested_ = false;
+    std::atomic<bool> interrupted_ = false;
+    std::atomic<bool> stop_delivered_ = false;
     std::thread thread_;
 };
 
@@ -92,7 +119,7 @@ void addAnswer(const std::string& answer, RunResult& result) {
 
 RunResult runTrigger(const Session& session, const std::string& request, Progress& progress) {
     RunResult result;
-    const Interrupts interrupts(session.service());
+    Interrupts interrupts(session.service());
     std::string_view rest = request;
     do {
         const std::string part(rest.substr(0, nextCall(rest)));
@@ -103,13 +130,15 @@ RunResult runTrigger(const Session& session, const std::string& request, Progres
         });
         addAnswer(answer, result);
         rest.remove_prefix(part.size());
-    } while (!rest.empty() && !interrupts.stopRequested());
+    } while (!rest.empty() && !interrupts.interrupted());
     session.waitForLog();
+    interrupts.end();
     progress.finish();
     result.zones = progress.zones();
     result.failed_zones = progress.failedZones();
     result.refused = progress.refused();
-    result.stopped = interrupts.stopRequested();
+    // A stop that was not delivered still keeps back what has not been sent.
+    result.stopped = interrupts.stopDelivered() || !rest.empty();
     return result;
 }
 

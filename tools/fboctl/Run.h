@@ -15,7 +15,7 @@ struct RunResult {
     int64_t after = 0;
     size_t zones = 0;
     size_t failed_zones = 0;
-    /** The user asked for a stop. */
+    /** The service was told to stop, or parts of the request were kept back. */
     bool stopped = false;
     /** The service did not take the request, or answered what is no answer. */
     bool refused = false;
@@ -26,7 +26,10 @@ struct RunResult {
 /**
  * Hands `request` to FBO_trigger(), in as many calls as it takes, while `progress` is told what
  * the service logs. Ctrl-C (SIGINT, which all threads must have blocked) asks the service to stop
- * the first time and ends the program the second time.
+ * the first time and ends the program the second time. A stop that cannot be delivered is told on
+ * standard error; the call that runs is waited for all the same, and no further one is made.
+ *
+ * Throws CallError if a call fails.
  */
 RunResult runTrigger(const Session& session, const std::string& request, Progress& progress);
 

@@ -35,7 +35,8 @@ auto ask(Call call) {
     try {
         auto answer = call();
         if (answer.isOk()) return answer;
-        throw CallError(answer.description());
+        if (answer.isDeadObject()) throw CallError("the service has died");
+        throw CallError("the call failed: " + answer.description());
     } catch (const CallError&) {
         throw;
     } catch (const std::exception& error) {

@@ -1,0 +1,164 @@
+/*
+ * fboctl as on a phone: a service whose calls can fail.
+ */
+
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Asleep.h"
+#include "tools/fboctl/Run.h"
+
+namespace fboctl {
+
+using ::android::hardware::Return;
+using ::android::hardware::Status;
+using ::android::hardware::Void;
+
+namespace {
+
+/** A service that does as a test says. */
+struct Service : public IFbo {
+    Return<bool> FBO_isSupport() override { return true; }
+    Return<void> FBO_trigger(const hidl_string& command, FBO_trigger_cb _hidl_cb) override {
+        texts.push_back(command);
+        Status status = run();
+        if (!status.isOk()) return status;
+        _hidl_cb("Fbo:10:4");
+        return Void();
+    }
+    Return<void> FBO_stateCtl(const hidl_string& command, FBO_stateCtl_cb _hidl_cb) override {
+        Status status = control(command);
+        if (!status.isOk()) return status;
+        _hidl_cb(command);
+        return Void();
+    }
+    Return<bool> FBO_GCADisCard() override { return true; }
+    Return<bool> FBO_VersionCtrl(const hidl_string&) override { return true; }
+    Return<void> EUA_GetFreeSpaceAPECycle(EUA_GetFreeSpaceAPECycle_cb _hidl_cb) override {
+        _hidl_cb("1:1");
+        return Void();
+    }
+    Return<bool> EUA_SendEraseCmd(const hidl_string& command) override {
+        if (texts.size() == erase_calls) return false;
+        texts.push_back(command);
+        return true;
+    }
+    Return<bool> EUA_isSupport() override { return true; }
+    Return<int32_t> EUA_SupportSize() override { return 1; }
+    Return<bool> SnapShot_isSupport() override { return true; }
+    Return<bool> SnapShot_startBackup() override { return true; }
+    Return<bool> SnapShot_startDrop() override { return true; }
+    Return<int32_t> SnapShot_getStatus() override { return 0; }
+
+    /** What came in the calls that are cut in parts. */
+    std::vector<std::string> texts;
+    /** What happens in FBO_trigger() and FBO_stateCtl(). */
+    std::function<Status()> run = [] { return Status::ok(); };
+    std::function<Status(const std::string&)> control = [](const auto&) { return Status::ok(); };
+    /** How many calls of EUA_SendEraseCmd() find their node. */
+    size_t erase_calls = SIZE_MAX;
+};
+
+class PhoneFboctl : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(service->registerAsService(), android::OK);
+        // As the program does it; threads take it over.
+        sigset_t interrupt;
+        sigemptyset(&interrupt);
+        sigaddset(&interrupt, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+    }
+
+    RunResult trigger(const std::string& request) {
+        // Without a reader there is no logcat.
+        return runTrigger(Session(Options{}), request, progress);
+    }
+
+    /**
+     * The user hits Ctrl-C in a run, which goes on until the stop has come. `answer` to it comes
+     * when the run has ended and nothing is left for its caller to do but to wait.
+     */
+    void interruptRun(Status answer) {
+        service->run = [this] {
+            progress.take("FBO_trigger:1: [FBO-HAL] lba is: 1,2 .");
+            kill(getpid(), SIGINT);
+            stop_.get_future().wait();
+            ended_ = true;
+            return Status::ok();
+        };
+        service->control = [this, answer, caller = gettid()](const std::string& command) {
+            EXPECT_EQ(command, "stop");
+            stop_.set_value();
+            while (!ended_ || !isAsleep(caller)) std::this_thread::yield();
+            return answer;
+        };
+    }
+
+    const sp<Service> service = new Service;
+    Progress progress{1};
+
+  private:
+    std::promise<void> stop_;
+    std::atomic<bool> ended_ = false;
+};
+
+constexpr char kRange[] = "81920,64,";
+
+TEST_F(PhoneFboctl, TellsOfAStopThatIsNotDelivered) {
+    interruptRun(Status::fromStatusT(android::FAILED_TRANSACTION));
+    testing::internal::CaptureStderr();
+    const RunResult run = trigger(kRange);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("stop could not be delivered"),
+              std::string::npos);
+    EXPECT_FALSE(run.stopped);
+    EXPECT_TRUE(run.ok());
+    EXPECT_EQ(run.before, 10);
+}
+
+TEST_F(PhoneFboctl, CountsAStopThatIsDelivered) {
+    interruptRun(Status::ok());
+    const RunResult run = trigger(kRange);
+    EXPECT_TRUE(run.stopped);
+    EXPECT_FALSE(run.ok());
+}
+
+TEST_F(PhoneFboctl, EndsAtTheSecondCtrlCThoughTheStopIsNotAnswered) {
+    std::promise<void> stop;
+    service->run = [&] {
+        kill(getpid(), SIGINT);
+        stop.get_future().wait();
+        kill(getpid(), SIGINT);
+        pause();
+        return Status::ok();
+    };
+    service->control = [&](const std::string&) {
+        stop.set_value();
+        pause();
+        return Status::ok();
+    };
+    EXPECT_EXIT(trigger(kRange), testing::KilledBySignal(SIGINT), "stopping");
+}
+
+TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
+    service->run = [] { return Status::fromStatusT(android::DEAD_OBJECT); };
+    try {
+        trigger(kRange);
+        FAIL();
+    } catch (const CallError& error) {
+        EXPECT_STREQ(error.what(), "the service has died");
+    }
+}
+
+}  // namespace
+
+}  // namespace fboctl
