@@ -1,11 +1,18 @@
 /*
- * fboctl as on a phone: a service whose calls can fail.
+ * fboctl as on a phone: a service whose calls can fail, and a logcat in a process of its own.
  */
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <string>
@@ -157,6 +164,77 @@ TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
     } catch (const CallError& error) {
         EXPECT_STREQ(error.what(), "the service has died");
     }
+}
+
+/**
+ * A logcat that tells when it is there, and then stays. It does so on a pipe that it, its parent
+ * and this process have open.
+ */
+class Logcat {
+  public:
+    Logcat() {
+        EXPECT_EQ(pipe(ends_), 0);
+        char name[] = "fboctl_phone_XXXXXX";
+        directory_ = mkdtemp(name);
+        FILE* const script = fopen((directory_ + "/logcat").c_str(), "w");
+        fprintf(script, "#!/bin/sh\necho here >/proc/self/fd/%d\nexec sleep 60\n", ends_[1]);
+        fclose(script);
+        chmod((directory_ + "/logcat").c_str(), 0700);
+        setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
+    }
+    ~Logcat() {
+        close(ends_[0]);
+        unlink((directory_ + "/logcat").c_str());
+        rmdir(directory_.c_str());
+    }
+    Logcat(const Logcat&) = delete;
+    Logcat& operator=(const Logcat&) = delete;
+
+    /** What logcat says; empty once nobody has the pipe open for writing. */
+    std::string read() const {
+        pollfd end{ends_[0], POLLIN, 0};
+        if (poll(&end, 1, 20'000) != 1) return "nothing, but it is there";
+        char text[16];
+        const ssize_t size = ::read(ends_[0], text, sizeof(text));
+        return {text, static_cast<size_t>(std::max<ssize_t>(size, 0))};
+    }
+    void closeMine() const { close(ends_[1]); }
+
+  private:
+    int ends_[2];
+    std::string directory_;
+};
+
+TEST_F(PhoneFboctl, LeavesNoLogcatBehindWhenKilled) {
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        const Logcat logcat;
+        const pid_t program = fork();
+        if (program == 0) {
+            // Should the test itself be killed.
+            alarm(60);
+            // What such a user has ignored, logcat is to end by all the same.
+            if (signal == SIGKILL) ::signal(SIGTERM, SIG_IGN);
+            const Session session(Options{}, [](char, const std::string&) {});
+            for (;;) pause();
+        }
+        logcat.closeMine();
+        EXPECT_EQ(logcat.read(), "here\n");
+        kill(program, signal);
+        waitpid(program, nullptr, 0);
+        EXPECT_EQ(logcat.read(), "") << signal;
+    }
+}
+
+TEST_F(PhoneFboctl, LeavesNoLogcatBehindAtItsEnd) {
+    const Logcat logcat;
+    {
+        const Session session(Options{}, [](char, const std::string&) {});
+        EXPECT_EQ(logcat.read(), "here\n");
+    }
+    logcat.closeMine();
+    EXPECT_EQ(logcat.read(), "");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD) << "a child has not been reaped";
 }
 
 }  // namespace

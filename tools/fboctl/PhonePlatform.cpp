@@ -3,7 +3,8 @@
  * to simulate.
  */
 
-#include <spawn.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,12 +15,11 @@
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 
 #include "Platform.h"
-
-extern char** environ;
 
 namespace fboctl {
 
@@ -27,31 +27,46 @@ namespace {
 
 constexpr char kPrefix[] = "?/mem_fbo";
 
+/** The time, as logcat takes it. */
+std::string describeNow() {
+    char text[sizeof("12-31 23:59:59.000")];
+    const time_t now = time(nullptr);
+    tm local;
+    strftime(text, sizeof(text), "%m-%d %H:%M:%S.000", localtime_r(&now, &local));
+    return text;
+}
+
+/**
+ * Becomes logcat, in a process just forked by `parent`, and hands what is logged after `since` to
+ * `output`. It ends when `parent` does, in whatever way.
+ */
+[[noreturn]] void becomeLogcat(pid_t parent, const std::string& since, int output) {
+    // Nothing milder: logcat may have inherited that it ignores or blocks what it can.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // A parent that was dead by then sends nothing.
+    if (getppid() != parent) _exit(EXIT_FAILURE);
+    dup2(output, STDOUT_FILENO);
+    execlp("logcat", "logcat", "-T", since.c_str(), "-v", "tag", "-s", "mem_fbo:D", nullptr);
+    perror("fboctl: logcat");
+    _exit(EXIT_FAILURE);
+}
+
 class Phone : public Platform {
   public:
+    /** On the main thread: logcat ends with the thread that starts it. */
     explicit Phone(LogReader reader) {
         if (!reader) return;
         int ends[2];
-        if (pipe(ends) != 0) return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addclose(&actions, ends[0]);
-        posix_spawn_file_actions_addclose(&actions, ends[1]);
+        if (pipe2(ends, O_CLOEXEC) != 0) return;
         // What was logged before is not of this call.
-        char since[sizeof("12-31 23:59:59.000")];
-        const time_t now = time(nullptr);
-        tm local;
-        strftime(since, sizeof(since), "%m-%d %H:%M:%S.000", localtime_r(&now, &local));
-        const char* arguments[] = {"logcat", "-T", since, "-v", "tag", "-s", "mem_fbo:D", nullptr};
-        const int error = posix_spawnp(&logcat_, arguments[0], &actions, nullptr,
-                                       const_cast<char**>(arguments), environ);
-        posix_spawn_file_actions_destroy(&actions);
+        const std::string since = describeNow();
+        const pid_t self = getpid();
+        logcat_ = fork();
+        if (logcat_ == 0) becomeLogcat(self, since, ends[1]);
         close(ends[1]);
-        if (error != 0) {
-            // Without the log the run goes on; it only shows no progress.
+        if (logcat_ < 0) {
+            // Without the log the call is made all the same.
             close(ends[0]);
-            logcat_ = -1;
             return;
         }
         reader_ = std::thread([fd = ends[0], reader = std::move(reader)] { copy(fd, reader); });
@@ -59,7 +74,7 @@ class Phone : public Platform {
 
     ~Phone() override {
         if (logcat_ <= 0) return;
-        kill(logcat_, SIGTERM);
+        kill(logcat_, SIGKILL);
         reader_.join();
         waitpid(logcat_, nullptr, 0);
     }

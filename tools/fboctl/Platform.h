@@ -41,8 +41,9 @@ class Platform {
 
 /**
  * Makes ready what IFbo::tryGetService() finds, and hands the lines that the service logs from now
- * on to `reader`, on any thread; an empty reader wants none. Throws std::invalid_argument if the
- * options do not fit, another std::exception if the system does not allow it.
+ * on to `reader`, on any thread; an empty reader wants none. To be called on the main thread.
+ * Throws std::invalid_argument if the options do not fit, another std::exception if the system does
+ * not allow it.
  */
 std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader);
 
