@@ -22,6 +22,8 @@
 #include <gtest/gtest.h>
 
 #include "Asleep.h"
+#include "tools/fboctl/Erase.h"
+#include "tools/fboctl/Parts.h"
 #include "tools/fboctl/Run.h"
 
 namespace fboctl {
@@ -119,6 +121,19 @@ class PhoneFboctl : public testing::Test {
     std::atomic<bool> ended_ = false;
 };
 
+/** `text` again and again, to more than `size` characters. */
+std::string repeat(const std::string& text, size_t size) {
+    std::string repeated;
+    while (repeated.size() <= size) repeated += text;
+    return repeated;
+}
+
+std::string join(const std::vector<std::string>& texts) {
+    std::string joined;
+    for (const std::string& text : texts) joined += text;
+    return joined;
+}
+
 constexpr char kRange[] = "81920,64,";
 
 TEST_F(PhoneFboctl, TellsOfAStopThatIsNotDelivered) {
@@ -137,6 +152,12 @@ TEST_F(PhoneFboctl, CountsAStopThatIsDelivered) {
     const RunResult run = trigger(kRange);
     EXPECT_TRUE(run.stopped);
     EXPECT_FALSE(run.ok());
+}
+
+TEST_F(PhoneFboctl, SendsNothingMoreAfterCtrlC) {
+    interruptRun(Status::fromStatusT(android::FAILED_TRANSACTION));
+    EXPECT_TRUE(trigger(repeat(kRange, kMaxPart)).stopped);
+    EXPECT_EQ(service->texts.size(), 1u);
 }
 
 TEST_F(PhoneFboctl, EndsAtTheSecondCtrlCThoughTheStopIsNotAnswered) {
@@ -164,6 +185,62 @@ TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
     } catch (const CallError& error) {
         EXPECT_STREQ(error.what(), "the service has died");
     }
+}
+
+TEST_F(PhoneFboctl, CutsARequestAtWholeRanges) {
+    std::string request;
+    for (int i = 0; request.size() < 3 * kMaxPart; ++i) {
+        request += std::to_string(i * 7919) + "," + std::to_string(i) + ",";
+    }
+    EXPECT_EQ(trigger(request).before, 40);
+    EXPECT_EQ(join(service->texts), request);
+    for (const std::string& text : service->texts) {
+        EXPECT_LE(text.size(), 256u * 1024);
+        EXPECT_EQ(text.back(), ',');
+        EXPECT_EQ(std::count(text.begin(), text.end(), ',') % 2, 0);
+    }
+}
+
+TEST_F(PhoneFboctl, SendsNoRangeThatDoesNotFit) {
+    EXPECT_THROW(trigger(repeat(kRange, kMaxPart) + std::string(kMaxPart + 1, '1')), UsageError);
+    EXPECT_TRUE(service->texts.empty());
+    trigger(std::string(kMaxPart, '1'));
+    EXPECT_EQ(service->texts.size(), 1u);
+}
+
+/** The items that the service makes of `list`. */
+std::vector<std::string> itemsOf(const std::string& list) {
+    std::vector<std::string> items;
+    for (size_t start = 0, end; start < list.size(); start = end + 1) {
+        end = std::min(list.find(':', start), list.size());
+        items.push_back(list.substr(start, end - start));
+    }
+    return items;
+}
+
+TEST_F(PhoneFboctl, CutsEraseRequestsAtWholeItems) {
+    const std::string unit = "100,8:::2,1:";
+    const std::string most = repeat(std::string(99, '7') + ":", kMaxPart - 500);
+    // Each character of the unit is once the first that does not fit.
+    for (size_t shift = 0; shift < unit.size(); ++shift) {
+        const std::string list = std::string(shift, ':') + most + repeat(unit, 1000) + "3,1";
+        service->texts.clear();
+        const EraseResult result = sendErase(Session(Options{}), list);
+        EXPECT_TRUE(result.sent);
+        EXPECT_EQ(result.items, itemsOf(list).size());
+        ASSERT_EQ(service->texts.size(), 2u);
+        EXPECT_LE(service->texts[0].size(), 256u * 1024);
+        std::vector<std::string> items = itemsOf(service->texts[0]);
+        for (const std::string& item : itemsOf(service->texts[1])) items.push_back(item);
+        EXPECT_EQ(items, itemsOf(list)) << shift;
+    }
+}
+
+TEST_F(PhoneFboctl, CountsWhatWasErasedBeforeTheNodeWasGone) {
+    service->erase_calls = 1;
+    const EraseResult result = sendErase(Session(Options{}), repeat("1:", kMaxPart));
+    EXPECT_FALSE(result.sent);
+    EXPECT_EQ(result.items, kMaxPart / 2);
 }
 
 /**

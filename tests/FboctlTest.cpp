@@ -142,6 +142,19 @@ TEST(Fboctl, SaysOnAPhoneThatTheServiceIsNotRunning) {
     }
 }
 
+/** 341 KiB of ranges are more than one call is given. */
+TEST(Fboctl, SendsALongRequestInParts) {
+    const Outcome outcome =
+            fboctl("seq -s, 1 60000 | " + tool("--sim ufs40:samsung --log trigger -"));
+    EXPECT_EQ(outcome.status, 0);
+    size_t calls = 0;
+    for (size_t at = 0; (at = outcome.output.find("fbo_max_lrc is ", at)) != std::string::npos;) {
+        ++calls;
+        ++at;
+    }
+    EXPECT_EQ(calls, 2u);
+}
+
 /** A directory's files in order, with what cannot be done named, and a second run that pays. */
 TEST(Fboctl, DefragmentsFiles) {
     const Outcome made =

@@ -1,45 +1,66 @@
+#include "Erase.h"
+
 #include <algorithm>
 #include <cstdio>
 
 #include "Commands.h"
 #include "LogLine.h"
 #include "Meter.h"
-#include "Session.h"
+#include "Parts.h"
 
 namespace fboctl {
 
 namespace {
 
-/** How many items the service makes of `list`: a ":" at the end begins none. */
-size_t countItems(const std::string& list) {
+void show(const EraseResult& result, size_t items) {
+    if (result.sent) {
+        printf("Items gone through: %zu; what the driver made of them is not told\n", items);
+    } else if (result.items == 0) {
+        printf("Nothing sent: the request node cannot be opened\n");
+    } else {
+        printf("Items gone through: %zu of %zu; then the request node could not be opened\n",
+               result.items, items);
+    }
+}
+
+}  // namespace
+
+size_t countItems(std::string_view list) {
     if (list.empty()) return 0;
     return std::count(list.begin(), list.end(), ':') + (list.back() == ':' ? 0 : 1);
 }
 
-}  // namespace
+EraseResult sendErase(const Session& session, const std::string& list) {
+    EraseResult result;
+    // A part keeps its last ":", which begins no item: so an empty item at its end is one.
+    for (const std::string_view part : cutIntoParts(list, ':', 1)) {
+        result.sent = ask([&] { return session.service()->EUA_SendEraseCmd(std::string(part)); });
+        if (!result.sent) break;
+        result.items += countItems(part);
+    }
+    return result;
+}
 
 ExitStatus euaErase(const Options& options) {
     const std::string& list = options.arguments[0];
     const size_t items = countItems(list);
     Meter meter("item");
-    size_t sent = 0;
+    size_t begun = 0;
     const Session session(options, [&](char, const std::string& text) {
-        if (messageAfter(text, "EUA_SendEraseCmd", "send erase lba ")) meter.begin(++sent, items);
+        if (messageAfter(text, "EUA_SendEraseCmd", "send erase lba ")) meter.begin(++begun, items);
     });
-    const bool done = ask([&] { return session.service()->EUA_SendEraseCmd(list); });
+    const EraseResult result = sendErase(session, list);
     session.waitForLog();
     meter.finish();
     if (options.json) {
-        Json::Value result;
-        result["sent"] = done;
-        result["items"] = static_cast<Json::UInt64>(done ? items : 0);
-        printJson(result);
-    } else if (done) {
-        printf("Items gone through: %zu; what the driver made of them is not told\n", items);
+        Json::Value json;
+        json["sent"] = result.sent;
+        json["items"] = static_cast<Json::UInt64>(result.items);
+        printJson(json);
     } else {
-        printf("Nothing sent: the request node cannot be opened\n");
+        show(result, items);
     }
-    return done ? kDone : kNo;
+    return result.sent ? kDone : kNo;
 }
 
 }  // namespace fboctl

@@ -8,13 +8,13 @@
 #include <initializer_list>
 #include <string_view>
 #include <thread>
+#include <vector>
+
+#include "Parts.h"
 
 namespace fboctl {
 
 namespace {
-
-/** Well below what one binder transaction carries. */
-constexpr size_t kMaxRequest = 512 * 1024;
 
 /** Turns the first Ctrl-C into a stop request while it lives; the second ends the program. */
 class Interrupts {
@@ -94,17 +94,6 @@ class Interrupts {
     std::thread thread_;
 };
 
-/** The length of the part of `request` that goes into the next call: whole ranges. */
-size_t nextCall(std::string_view request) {
-    if (request.size() <= kMaxRequest) return request.size();
-    size_t end = 0;
-    size_t commas = 0;
-    for (size_t i = 0; i < kMaxRequest; ++i) {
-        if (request[i] == ',' && ++commas % 2 == 0) end = i + 1;
-    }
-    return end == 0 ? request.size() : end;
-}
-
 void addAnswer(const std::string& answer, RunResult& result) {
     long long before;
     long long after;
@@ -118,19 +107,19 @@ void addAnswer(const std::string& answer, RunResult& result) {
 }  // namespace
 
 RunResult runTrigger(const Session& session, const std::string& request, Progress& progress) {
+    constexpr int kNumbersOfRange = 2;
+    const std::vector<std::string_view> parts = cutIntoParts(request, ',', kNumbersOfRange);
     RunResult result;
     Interrupts interrupts(session.service());
-    std::string_view rest = request;
+    auto part = parts.begin();
     do {
-        const std::string part(rest.substr(0, nextCall(rest)));
         std::string answer;
         ask([&] {
-            return session.service()->FBO_trigger(part,
+            return session.service()->FBO_trigger(std::string(*part),
                                                   [&](const hidl_string& text) { answer = text; });
         });
         addAnswer(answer, result);
-        rest.remove_prefix(part.size());
-    } while (!rest.empty() && !interrupts.interrupted());
+    } while (++part != parts.end() && !interrupts.interrupted());
     session.waitForLog();
     interrupts.end();
     progress.finish();
@@ -138,7 +127,7 @@ RunResult runTrigger(const Session& session, const std::string& request, Progres
     result.failed_zones = progress.failedZones();
     result.refused = progress.refused();
     // A stop that was not delivered still keeps back what has not been sent.
-    result.stopped = interrupts.stopDelivered() || !rest.empty();
+    result.stopped = interrupts.stopDelivered() || part != parts.end();
     return result;
 }
 

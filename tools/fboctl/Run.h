@@ -29,7 +29,8 @@ struct RunResult {
  * the first time and ends the program the second time. A stop that cannot be delivered is told on
  * standard error; the call that runs is waited for all the same, and no further one is made.
  *
- * Throws CallError if a call fails.
+ * Throws UsageError, before any call, if a range is too long to be sent; CallError if a call
+ * fails.
  */
 RunResult runTrigger(const Session& session, const std::string& request, Progress& progress);
 
