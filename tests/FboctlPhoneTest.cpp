@@ -187,6 +187,11 @@ TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
     }
 }
 
+/** Whether a zone failed only the log tells: a run without it is none that went well. */
+TEST_F(PhoneFboctl, ARunThatLogsNothingIsNoSuccess) {
+    EXPECT_FALSE(trigger(kRange).ok());
+}
+
 TEST_F(PhoneFboctl, CutsARequestAtWholeRanges) {
     std::string request;
     for (int i = 0; request.size() < 3 * kMaxPart; ++i) {

@@ -67,6 +67,7 @@ void blockInterrupts() {
 void show(const RunResult& run) {
     if (run.refused) printf("The service did not take the request.\n");
     if (run.stopped) printf("Stopped after %zu zones.\n", run.zones);
+    if (run.unseen) printf("The log shows no zone, so whether one failed is not known.\n");
     if (run.failed_zones > 0) printf("%zu of %zu zones failed.\n", run.failed_zones, run.zones);
     printf("Fragmentation before: %lld, after: %lld\n", static_cast<long long>(run.before),
            static_cast<long long>(run.after));
@@ -75,8 +76,9 @@ void show(const RunResult& run) {
 void showJson(const RunResult& run, Json::Value result) {
     result["before"] = static_cast<Json::Int64>(run.before);
     result["after"] = static_cast<Json::Int64>(run.after);
-    result["zones"] = static_cast<Json::UInt64>(run.zones);
-    result["failed_zones"] = static_cast<Json::UInt64>(run.failed_zones);
+    result["zones"] = run.unseen ? Json::Value::null : static_cast<Json::UInt64>(run.zones);
+    result["failed_zones"] =
+            run.unseen ? Json::Value::null : static_cast<Json::UInt64>(run.failed_zones);
     result["stopped"] = run.stopped;
     result["refused"] = run.refused;
     printJson(result);

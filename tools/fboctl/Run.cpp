@@ -128,6 +128,7 @@ RunResult runTrigger(const Session& session, const std::string& request, Progres
     result.refused = progress.refused();
     // A stop that was not delivered still keeps back what has not been sent.
     result.stopped = interrupts.stopDelivered() || part != parts.end();
+    result.unseen = result.zones == 0 && !result.refused && !result.stopped;
     return result;
 }
 

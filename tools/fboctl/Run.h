@@ -19,8 +19,10 @@ struct RunResult {
     bool stopped = false;
     /** The service did not take the request, or answered what is no answer. */
     bool refused = false;
+    /** No zone was seen in the log, so nobody knows whether one failed. */
+    bool unseen = false;
 
-    bool ok() const { return failed_zones == 0 && !stopped && !refused; }
+    bool ok() const { return failed_zones == 0 && !stopped && !refused && !unseen; }
 };
 
 /**
