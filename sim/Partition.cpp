@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <system_error>
-#include <vector>
 
 namespace sim {
 
@@ -48,28 +47,6 @@ ssize_t Partition::write(const char* bytes, size_t count, off_t offset) {
 
 int Partition::resize(off_t size) {
     return static_cast<int>(orErrno(ftruncate(fd_, size)));
-}
-
-std::string Partition::dump() const {
-    constexpr char kDigits[] = "0123456789abcdef";
-    const off_t size = lseek(fd_, 0, SEEK_END);
-    std::string text = std::to_string(size);
-    bool in_run = false;
-    off_t end = 0;
-    // What was never written is a hole; there are none but zeros in it.
-    for (off_t start; (start = lseek(fd_, end, SEEK_DATA)) >= 0;) {
-        end = lseek(fd_, start, SEEK_HOLE);
-        std::vector<char> bytes(static_cast<size_t>(end - start));
-        const ssize_t count = pread(fd_, bytes.data(), bytes.size(), start);
-        for (ssize_t i = 0; i < count; ++i) {
-            const auto byte = static_cast<unsigned char>(bytes[i]);
-            if (byte != 0 && !in_run) text += "\n" + std::to_string(start + i) + " ";
-            in_run = byte != 0;
-            if (in_run) text += {kDigits[byte >> 4], kDigits[byte & 15]};
-        }
-        in_run = false;
-    }
-    return text + "\n";
 }
 
 void Partition::setBootLun(int32_t lun) {

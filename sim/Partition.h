@@ -3,7 +3,6 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 namespace sim {
@@ -23,12 +22,6 @@ class Partition {
     ssize_t read(char* bytes, size_t count, off_t offset) const;
     ssize_t write(const char* bytes, size_t count, off_t offset);
     int resize(off_t size);
-
-    /**
-     * What it holds, all of it: a line with its size, then one for each run of bytes that are not
-     * 0, with the offset and the bytes in hexadecimal.
-     */
-    std::string dump() const;
 
     /** Sets a number of the record. */
     void setBootLun(int32_t lun);

@@ -17,8 +17,6 @@ namespace sim {
 namespace {
 
 constexpr char kControls[] = "/.sim/";
-/** More seconds than a process lives. */
-constexpr double kForever = 1e9;
 
 bool isControl(const std::string& path) {
     return path.compare(0, strlen(kControls), kControls) == 0;
@@ -87,7 +85,7 @@ int readdir(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, fuse_fi
 
 int open(const char* path, fuse_file_info* info) {
     const int mode = info->flags & O_ACCMODE;
-    const int result = server().open(path, mode != O_WRONLY, mode != O_RDONLY);
+    const int result = server().tree().open(path, mode != O_WRONLY, mode != O_RDONLY);
     if (result == 0) info->fh = reinterpret_cast<uint64_t>(new OpenFile);
     return result;
 }
@@ -134,16 +132,14 @@ int statfs(const char* path, struct statvfs* space) {
 void* init(fuse_conn_info* connection, fuse_config* config) {
     // Nothing is kept in the kernel: every open, read and write asks the device.
     config->direct_io = 1;
-    config->entry_timeout = config->attr_timeout = server().keepsNames() ? kForever : 0;
-    config->negative_timeout = 0;
+    config->entry_timeout = config->attr_timeout = config->negative_timeout = 0;
     connection->max_write = 1 << 20;
     return fuse_get_context()->private_data;
 }
 
 }  // namespace
 
-Server::Server(const Profile& profile, bool mtk, bool keeps_names)
-    : keeps_names_(keeps_names), device_(profile, mtk, tree_) {
+Server::Server(const Profile& profile, bool mtk) : device_(profile, mtk, tree_) {
     addControls();
 }
 
@@ -152,9 +148,6 @@ void Server::addControls() {
         tree_.addFile(std::string(kControls) + name, std::move(file));
     };
     add("set", {nullptr, [this](std::string_view text) { return set(text); }});
-    add("answers", {nullptr, [this](std::string_view message) {
-                        return answers_.emplace().take(message) ? 0 : -EINVAL;
-                    }});
     add("clock", {nullptr, [this](std::string_view text) {
                       int64_t seconds = 0;
                       std::from_chars(text.data(), text.data() + text.size(), seconds);
@@ -176,14 +169,6 @@ void Server::addControls() {
                           return device_.flash().takeOptimised(text) ? 0 : -EINVAL;
                       }});
     add("unmapped", {[this] { return device_.flash().unmapped(); }, nullptr});
-    add("struck", {[this] { return struck(); }, nullptr});
-    add("gsort", {[this] { return device_.partition().dump(); }, nullptr});
-}
-
-std::string Server::struck() {
-    std::string keys = device_.settings().taken();
-    for (const std::string& key : tree_.struck()) keys += key + "\n";
-    return keys;
 }
 
 int Server::set(std::string_view assignment) {
@@ -249,13 +234,8 @@ void Server::trace(const std::string& line) {
     }
 }
 
-int Server::open(const std::string& path, bool reads, bool writes) {
-    if (const int result = tree_.open(path, reads, writes); result < 0) return result;
-    return answers_ && !isControl(path) ? answers_->open() : 0;
-}
-
 int Server::read(const std::string& path, std::string& text) {
-    const int result = answers_ && !isControl(path) ? answers_->read(text) : tree_.read(path, text);
+    const int result = tree_.read(path, text);
     if (!isControl(path)) {
         trace("read " + nameOf(path) + " " + (result < 0 ? strerror(-result) : quote(text)));
     }
@@ -263,7 +243,7 @@ int Server::read(const std::string& path, std::string& text) {
 }
 
 int Server::write(const std::string& path, std::string_view text) {
-    const int result = answers_ && !isControl(path) ? answers_->store() : tree_.write(path, text);
+    const int result = tree_.write(path, text);
     if (!isControl(path)) {
         trace("write " + nameOf(path) + " " + quote(text) +
               (result < 0 ? std::string(" ") + strerror(-result) : ""));
@@ -272,16 +252,14 @@ int Server::write(const std::string& path, std::string_view text) {
 }
 
 ssize_t Server::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
-    const ssize_t size =
-            answers_ ? answers_->readBytes(bytes, count) : tree_.readAt(path, bytes, count, offset);
+    const ssize_t size = tree_.readAt(path, bytes, count, offset);
     trace("read " + nameOf(path) + " " + std::to_string(count) + " at " + std::to_string(offset) +
           ": " + (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
     return size;
 }
 
 ssize_t Server::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
-    const ssize_t size =
-            answers_ ? answers_->storeBytes(bytes) : tree_.writeAt(path, bytes, offset);
+    const ssize_t size = tree_.writeAt(path, bytes, offset);
     trace("write " + nameOf(path) + " " + std::to_string(bytes.size()) + " at " +
           std::to_string(offset) + ": " +
           (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));

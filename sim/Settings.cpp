@@ -66,7 +66,6 @@ Series Series::parse(std::string_view text) {
 
 int64_t Series::take() {
     const int64_t value = values_[next_];
-    taken_ = true;
     if (next_ + 1 < values_.size()) ++next_;
     return value;
 }
@@ -77,14 +76,6 @@ void Settings::set(std::string_view key, std::string_view value) {
         throw std::invalid_argument("the device has no setting \"" + std::string(key) + "\"");
     }
     series->second = Series::parse(value);
-}
-
-std::string Settings::taken() const {
-    std::string keys;
-    for (const auto& [key, series] : series_) {
-        if (series.isTaken()) keys += key + "\n";
-    }
-    return keys;
 }
 
 std::string Settings::describe() {

@@ -21,15 +21,12 @@ class Series {
     static Series parse(std::string_view text);
 
     int64_t take();
-    /** Whether a value has been used. */
-    bool isTaken() const { return taken_; }
 
   private:
     Series() = default;
 
     std::vector<int64_t> values_;
     size_t next_ = 0;
-    bool taken_ = false;
 };
 
 /** What can be dialled in on a device, besides the texts and faults of single nodes. */
@@ -43,9 +40,6 @@ class Settings {
 
     /** The next value of `key`. */
     int64_t take(const std::string& key) { return series_.at(key).take(); }
-
-    /** The keys whose values have been used since they were set, a line each. */
-    std::string taken() const;
 
     /** The keys with what they mean, a line each, for a help text. */
     static std::string describe();

@@ -116,7 +116,7 @@ int makeFileSystem(int fuse) {
 }
 
 /** Serves the device in a process of its own, which ends with this one. */
-void serve(int fuse, int root, const Profile& profile, bool mtk, bool keeps_names) {
+void serve(int fuse, int root, const Profile& profile, bool mtk) {
     const pid_t pid = fork();
     if (pid < 0) fail("fork");
     if (pid > 0) return;
@@ -124,7 +124,7 @@ void serve(int fuse, int root, const Profile& profile, bool mtk, bool keeps_name
     signal(SIGINT, SIG_IGN);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(root);
-    Server(profile, mtk, keeps_names).run(fuse);
+    Server(profile, mtk).run(fuse);
     _exit(0);
 }
 
@@ -170,7 +170,6 @@ Simulator::Simulator(std::string_view device) {
     std::string platform = "qcom";
     std::optional<std::string> hardware;
     std::string phone = profile.phone;
-    bool keeps_names = false;
     std::vector<std::pair<std::string, std::string>> settings;
     for (auto& [key, value] : parseSettings(device)) {
         if (key == "platform") {
@@ -179,8 +178,6 @@ Simulator::Simulator(std::string_view device) {
             hardware = value;
         } else if (key == "device") {
             phone = value;
-        } else if (key == "keep_names") {
-            keeps_names = value == "1";
         } else if (key == "pace") {
             setPace(parsePace(value));
         } else {
@@ -195,7 +192,7 @@ Simulator::Simulator(std::string_view device) {
     if (unshare(CLONE_NEWNET) != 0) fail("the system allows no network namespace; try as root");
     const Fd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
     const Fd root(makeFileSystem(fuse.get()), "fsmount");
-    serve(fuse.get(), root.get(), profile, platform == "mtk", keeps_names);
+    serve(fuse.get(), root.get(), profile, platform == "mtk");
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
@@ -215,10 +212,6 @@ void Simulator::set(const std::string& key, const std::string& value) {
         if (error.code() != std::errc::invalid_argument) throw;
         throw std::invalid_argument("the device cannot be set to \"" + key + "=" + value + "\"");
     }
-}
-
-void Simulator::answer(const std::vector<Answer>& answers) {
-    writeFile("/.sim/answers", Answers::encode(answers));
 }
 
 std::string Simulator::trace() const {
@@ -241,14 +234,6 @@ std::string Simulator::unmapped() const {
     return readFile("/.sim/unmapped");
 }
 
-std::string Simulator::struck() const {
-    return readFile("/.sim/struck");
-}
-
-std::string Simulator::gsort() const {
-    return readFile("/.sim/gsort");
-}
-
 void Simulator::setOptimised(std::string_view ranges) {
     if (!ranges.empty()) writeFile("/.sim/optimised", ranges);
 }
@@ -263,7 +248,6 @@ std::string Simulator::describe() {
            "  hardware=                what the property ro.hardware says, if not the platform\n"
            "  device=simphone          what the property ro.product.device says; empty: unset\n"
            "  pace=0                   device seconds that pass in a real one; 0: all at once\n"
-           "  keep_names=0             1: faster, but no node can go missing\n"
            "  product=, revision=      part number and revision in the INQUIRY data\n"
            "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
            "  gsort_size=16777216      size of the gsort partition\n"

@@ -2,9 +2,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include "sim/Answers.h"
 
 namespace sim {
 
@@ -27,9 +24,7 @@ class Simulator {
      *     "platform": the maker of the host controller, qcom or mtk;
      *     "hardware": the property ro.hardware, if it is not to be the platform, and "device":
      *         the property ro.product.device; empty to leave them unset;
-     *     "pace": see setPace();
-     *     "keep_names": 1 to have the kernel remember what files there are, which makes the opening
-     *         of one many times faster. None can go missing then.
+     *     "pace": see setPace().
      * @throws std::invalid_argument if the device is not worded well, std::system_error if the
      *     system does not allow it.
      */
@@ -54,12 +49,6 @@ class Simulator {
      */
     void set(const std::string& key, const std::string& value);
 
-    /**
-     * Has the phone's files answer with `answers` from now on, and not as a device would: see
-     * Answers. About a mebibyte at most.
-     */
-    void answer(const std::vector<Answer>& answers);
-
     /** The traffic so far: reads, writes, sleeps and notes, a line each. */
     std::string trace() const;
     void clearTrace();
@@ -71,11 +60,6 @@ class Simulator {
     void setOptimised(std::string_view ranges);
     /** The ranges that the flash has unmapped. */
     std::string unmapped() const;
-
-    /** The settings that have shaped an answer since they were set, a line each. */
-    std::string struck() const;
-    /** What the gsort partition holds, see Partition::dump(). */
-    std::string gsort() const;
 
     /** What profiles there are and what can be set, for a help text. */
     static std::string describe();

@@ -5,14 +5,6 @@
 
 namespace sim {
 
-namespace {
-
-// What the settings are called that make a file misbehave.
-const std::string kFault = "fault.";
-const std::string kScript = "node.";
-
-}  // namespace
-
 std::string nameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -46,7 +38,6 @@ void Tree::setSpace(const std::string& path, std::function<struct statvfs()> spa
 
 void Tree::script(const std::string& name, std::vector<std::string> texts) {
     scripts_[name] = {std::move(texts)};
-    struck_.erase(kScript + name);
 }
 
 void Tree::unscript(const std::string& name) {
@@ -55,23 +46,20 @@ void Tree::unscript(const std::string& name) {
 
 void Tree::setFault(const std::string& name, Fault fault) {
     faults_[name] = fault;
-    struck_.erase(kFault + name);
 }
 
-const Tree::Entry* Tree::find(const std::string& path) {
+const Tree::Entry* Tree::find(const std::string& path) const {
     const auto entry = entries_.find(path);
-    if (entry == entries_.end() || strikes(path, &Fault::missing)) return nullptr;
+    if (entry == entries_.end() || hasFault(path, &Fault::missing)) return nullptr;
     return &entry->second;
 }
 
-bool Tree::strikes(const std::string& path, bool Fault::*what) {
+bool Tree::hasFault(const std::string& path, bool Fault::*what) const {
     const auto fault = faults_.find(nameOf(path));
-    if (fault == faults_.end() || !(fault->second.*what)) return false;
-    struck_.insert(kFault + fault->first);
-    return true;
+    return fault != faults_.end() && fault->second.*what;
 }
 
-int Tree::attributes(const std::string& path, struct stat& attributes) {
+int Tree::attributes(const std::string& path, struct stat& attributes) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     const mode_t readable = entry->file.show || entry->file.read_at ? 0444 : 0;
@@ -94,7 +82,7 @@ int Tree::attributes(const std::string& path, struct stat& attributes) {
     return 0;
 }
 
-int Tree::link(const std::string& path, std::string& target) {
+int Tree::link(const std::string& path, std::string& target) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     if (entry->type != S_IFLNK) return -EINVAL;
@@ -102,7 +90,7 @@ int Tree::link(const std::string& path, std::string& target) {
     return 0;
 }
 
-int Tree::list(const std::string& path, std::vector<std::string>& names) {
+int Tree::list(const std::string& path, std::vector<std::string>& names) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     if (entry->type != S_IFDIR) return -ENOTDIR;
@@ -113,7 +101,7 @@ int Tree::list(const std::string& path, std::vector<std::string>& names) {
     return 0;
 }
 
-int Tree::space(const std::string& path, struct statvfs& space) {
+int Tree::space(const std::string& path, struct statvfs& space) const {
     if (find(path) == nullptr) return -ENOENT;
     space = {};
     for (const auto& [below, answer] : spaces_) {
@@ -122,13 +110,13 @@ int Tree::space(const std::string& path, struct statvfs& space) {
     return 0;
 }
 
-int Tree::open(const std::string& path, bool reads, bool writes) {
+int Tree::open(const std::string& path, bool reads, bool writes) const {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENOENT;
     const bool readable = entry->file.show || entry->file.read_at;
     const bool writable = entry->file.store || entry->file.write_at;
-    if (reads && (!readable || strikes(path, &Fault::unreadable))) return -EACCES;
-    if (writes && (!writable || strikes(path, &Fault::unwritable))) return -EACCES;
+    if (reads && (!readable || hasFault(path, &Fault::unreadable))) return -EACCES;
+    if (writes && (!writable || hasFault(path, &Fault::unwritable))) return -EACCES;
     return 0;
 }
 
@@ -136,20 +124,19 @@ int Tree::read(const std::string& path, std::string& text) {
     const Entry* entry = find(path);
     // What a driver's file says that went away while it was open.
     if (entry == nullptr) return -ENODEV;
-    if (strikes(path, &Fault::read_error)) return -EIO;
+    if (hasFault(path, &Fault::read_error)) return -EIO;
     const auto script = scripts_.find(nameOf(path));
     if (script == scripts_.end()) {
         text = entry->file.show();
     } else {
         Script& lines = script->second;
         text = lines.texts[lines.next];
-        struck_.insert(kScript + script->first);
         if (lines.next + 1 < lines.texts.size()) ++lines.next;
     }
     return 0;
 }
 
-bool Tree::isDevice(const std::string& path) {
+bool Tree::isDevice(const std::string& path) const {
     const Entry* entry = find(path);
     return entry != nullptr && entry->file.read_at;
 }
@@ -157,21 +144,21 @@ bool Tree::isDevice(const std::string& path) {
 ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (strikes(path, &Fault::read_error)) return -EIO;
+    if (hasFault(path, &Fault::read_error)) return -EIO;
     return entry->file.read_at(bytes, count, offset);
 }
 
 ssize_t Tree::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (strikes(path, &Fault::write_error)) return -EIO;
+    if (hasFault(path, &Fault::write_error)) return -EIO;
     return entry->file.write_at(bytes.data(), bytes.size(), offset);
 }
 
 int Tree::write(const std::string& path, std::string_view text) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (strikes(path, &Fault::write_error)) return -EIO;
+    if (hasFault(path, &Fault::write_error)) return -EIO;
     return entry->file.store(text);
 }
 

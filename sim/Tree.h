@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,19 +54,17 @@ class Tree {
     /** Has the file called `name` answer by itself again. */
     void unscript(const std::string& name);
     void setFault(const std::string& name, Fault fault);
-    /** The faults and scripts that have shaped an answer since they were set, by setting. */
-    const std::set<std::string>& struck() const { return struck_; }
 
     // The answers to the kernel: 0 or more, or a negative errno.
-    int attributes(const std::string& path, struct stat& attributes);
-    int link(const std::string& path, std::string& target);
-    int list(const std::string& path, std::vector<std::string>& names);
-    int space(const std::string& path, struct statvfs& space);
-    int open(const std::string& path, bool reads, bool writes);
+    int attributes(const std::string& path, struct stat& attributes) const;
+    int link(const std::string& path, std::string& target) const;
+    int list(const std::string& path, std::vector<std::string>& names) const;
+    int space(const std::string& path, struct statvfs& space) const;
+    int open(const std::string& path, bool reads, bool writes) const;
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
     /** Whether the file at `path` is one of bytes at an offset. */
-    bool isDevice(const std::string& path);
+    bool isDevice(const std::string& path) const;
     ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset);
     ssize_t writeAt(const std::string& path, std::string_view bytes, off_t offset);
 
@@ -85,15 +82,14 @@ class Tree {
     };
 
     Entry& add(const std::string& path, mode_t type);
-    const Entry* find(const std::string& path);
-    /** Whether the file has the fault `what`, which then shapes an answer. */
-    bool strikes(const std::string& path, bool Fault::*what);
+    const Entry* find(const std::string& path) const;
+    /** Whether the file has the fault `what`. */
+    bool hasFault(const std::string& path, bool Fault::*what) const;
 
     std::map<std::string, Entry> entries_ = {{"/", {}}};
     std::map<std::string, std::function<struct statvfs()>> spaces_;
     std::map<std::string, Script> scripts_;
     std::map<std::string, Fault> faults_;
-    std::set<std::string> struck_;
 };
 
 /** The last component of `path`. */
