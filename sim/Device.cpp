@@ -6,7 +6,7 @@
 #include <iterator>
 #include <utility>
 
-#include "sim/HealthReport.h"
+#include "sim/DeviceData.h"
 
 namespace sim {
 
@@ -93,7 +93,7 @@ Device::Device(const Profile& profile, bool mtk, Tree& tree)
     addEuaNodes(device + "/ufseua/");
     addSnapshotNodes(device + "/ufssnapshot/");
     tree_.addFile(device + "/host0/target0:0:0/0:0:0:0/inquiry",
-                  {[this] { return inquiry(); }, nullptr});
+                  {[this] { return inquiryData(profile_.vendor, product_, revision_); }, nullptr});
     addPhone();
 }
 
@@ -271,19 +271,6 @@ void Device::applySettings(std::string_view key) {
     } else if (key == "snapbootlun") {
         partition_.setSnapshotBootLun(static_cast<int32_t>(settings_.take("snapbootlun")));
     }
-}
-
-std::string Device::inquiry() const {
-    // A direct-access device that is there for good, SPC-4, response format 2, 31 bytes to follow.
-    std::string data = {0, 0, 6, 2, 31, 0, 0, 2};
-    const auto add = [&data](std::string field, size_t length) {
-        field.resize(length, ' ');
-        data += field;
-    };
-    add(profile_.vendor, 8);
-    add(product_, 16);
-    add(revision_, 4);
-    return data;
 }
 
 int Device::unmap(std::string_view text) {

@@ -79,8 +79,6 @@ class Device {
     /** A number that is kept as it is written. */
     void addPlainNode(const std::string& path, std::string value);
 
-    std::string inquiry() const;
-
     int storeList(std::string_view text);
     int unmap(std::string_view text);
     int controlSnapshot(std::string_view text);

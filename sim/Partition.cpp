@@ -6,17 +6,13 @@
 #include <cerrno>
 #include <system_error>
 
+#include "sim/DeviceData.h"
+
 namespace sim {
 
 namespace {
 
 constexpr off_t kSize = 16 * 1024 * 1024;
-
-// Where the record lies in the partition, and its numbers in the record.
-constexpr off_t kRecord = 9 * 1024 * 1024;
-constexpr size_t kRecordLength = 107;
-constexpr off_t kBootLun = 35;
-constexpr off_t kSnapshotBootLun = 39;
 
 ssize_t orErrno(ssize_t result) {
     return result < 0 ? -errno : result;
@@ -27,10 +23,8 @@ ssize_t orErrno(ssize_t result) {
 Partition::Partition() : fd_(memfd_create("gsort", MFD_CLOEXEC)) {
     if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
     resize(kSize);
-    // Every byte of the record differs from its neighbours, so that a byte out of place shows.
-    char record[kRecordLength] = "snapshot";
-    for (size_t i = 8; i < kRecordLength; ++i) record[i] = static_cast<char>(i);
-    write(record, sizeof(record), kRecord);
+    const std::string record = bootLunRecord("snapshot", 0, 0);
+    write(record.data(), record.size(), kRecordOffset);
 }
 
 Partition::~Partition() {
@@ -50,11 +44,11 @@ int Partition::resize(off_t size) {
 }
 
 void Partition::setBootLun(int32_t lun) {
-    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecord + kBootLun);
+    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecordOffset + kBootLunOffset);
 }
 
 void Partition::setSnapshotBootLun(int32_t lun) {
-    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecord + kSnapshotBootLun);
+    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecordOffset + kSnapshotBootLunOffset);
 }
 
 }  // namespace sim

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "sim/Trace.h"
+
 namespace sim {
 
 namespace {
@@ -20,25 +22,6 @@ constexpr char kControls[] = "/.sim/";
 
 bool isControl(const std::string& path) {
     return path.compare(0, strlen(kControls), kControls) == 0;
-}
-
-/** `text` in double quotes, on one line. */
-std::string quote(std::string_view text) {
-    std::string quoted = "\"";
-    for (const char c : text) {
-        if (c == '\n') {
-            quoted += "\\n";
-        } else if (c == '"' || c == '\\') {
-            quoted += {'\\', c};
-        } else if (static_cast<unsigned char>(c) < ' ' || c == 127) {
-            char escape[5];
-            snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(c));
-            quoted += escape;
-        } else {
-            quoted += c;
-        }
-    }
-    return quoted + "\"";
 }
 
 std::vector<std::string> split(std::string_view text, char separator) {

@@ -226,6 +226,10 @@ void Simulator::note(std::string_view line) {
     writeFile("/.sim/note", line);
 }
 
+void Simulator::log(char priority, const std::string& function, std::string_view text) {
+    note(std::string("log ") + priority + " " + function + " " + quote(text));
+}
+
 std::string Simulator::optimised() const {
     return readFile("/.sim/optimised");
 }

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "sim/Trace.h"
+
 namespace sim {
 
 /**
@@ -51,9 +53,13 @@ class Simulator {
 
     /** The traffic so far: reads, writes, sleeps and notes, a line each. */
     std::string trace() const;
+    /** The same, parsed. */
+    Trace events() const { return parseTrace(trace()); }
     void clearTrace();
     /** Adds a line to the trace. */
     void note(std::string_view line);
+    /** Adds a log line of a function to the trace. */
+    void log(char priority, const std::string& function, std::string_view text);
 
     /** The ranges that the flash has optimised; what another device's flash can start with. */
     std::string optimised() const;

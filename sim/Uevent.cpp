@@ -16,9 +16,13 @@
 #include <string>
 #include <system_error>
 
+#include "fbo/snapshot/DropEvent.h"
+
 namespace sim {
 
 namespace {
+
+using vendor::nivora::hardware::fbo::implementation::kDropEvent;
 
 /** Sends `message` to the kernel, or to a multicast group as if from the kernel. */
 void send(std::string_view message, unsigned group) {
@@ -84,23 +88,33 @@ size_t countListeners() {
 
 }  // namespace
 
-void sendKernelUeventTo(pid_t pid, std::string_view strings) {
+std::string uevent(std::initializer_list<std::string_view> strings) {
+    std::string message;
+    for (const std::string_view string : strings) message.append(string) += '\0';
+    return message;
+}
+
+std::string dropEvent() {
+    return uevent({"change@/devices/platform/ufs", "ACTION=change", kDropEvent});
+}
+
+void sendKernelUeventTo(pid_t pid, std::string_view message) {
     enterNamespace(pid, "user");
     enterNamespace(pid, "net");
-    sendKernelUevent(strings);
+    sendKernelUevent(message);
 }
 
-void sendKernelUevent(std::string_view strings) {
+void sendKernelUevent(std::string_view message) {
     nlmsghdr header{};
-    header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(strings.size()));
+    header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(message.size()));
     header.nlmsg_type = NLMSG_MIN_TYPE;
     header.nlmsg_flags = NLM_F_REQUEST;
-    std::string message(reinterpret_cast<const char*>(&header), NLMSG_HDRLEN);
-    send(message.append(strings), 0);
+    std::string request(reinterpret_cast<const char*>(&header), NLMSG_HDRLEN);
+    send(request.append(message), 0);
 }
 
-void sendUserUevent(std::string_view strings) {
-    send(strings, 1);
+void sendUserUevent(std::string_view message) {
+    send(message, 1);
 }
 
 void awaitListeners(size_t count) {

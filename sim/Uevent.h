@@ -3,24 +3,32 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <initializer_list>
+#include <string>
 #include <string_view>
 
 namespace sim {
+
+/** A uevent's message: `strings`, each with a NUL behind it. */
+std::string uevent(std::initializer_list<std::string_view> strings);
+
+/** The uevent by which the driver asks for a drop of the snapshot. */
+std::string dropEvent();
 
 /**
  * Has the kernel send a uevent to all who listen in this network namespace. A process needs
  * CAP_SYS_ADMIN in the namespace for it, as a Simulator's has.
  *
- * @param strings the event's strings, each with a NUL behind it. The kernel adds "SEQNUM=…".
+ * @param message see uevent(). The kernel adds "SEQNUM=…".
  * @throws std::system_error if the kernel does not take it.
  */
-void sendKernelUevent(std::string_view strings);
+void sendKernelUevent(std::string_view message);
 
 /** Sends it in the network namespace of the process `pid`, which this process enters for good. */
-void sendKernelUeventTo(pid_t pid, std::string_view strings);
+void sendKernelUeventTo(pid_t pid, std::string_view message);
 
 /** Sends the same from this process itself, which no listener may mistake for the kernel. */
-void sendUserUevent(std::string_view strings);
+void sendUserUevent(std::string_view message);
 
 /**
  * Waits until `count` listeners of this process listen, that is, until an epoll instance has the

@@ -1,192 +1,114 @@
-#include "fbo/defrag/Capability.h"
-
-#include <stdexcept>
-
 #include "Phone.h"
+#include "sim/DeviceData.h"
 
 namespace {
 
-struct WearCase {
-    const char* device;
-    int cycles;
-    bool supported;
-    /** What levels 1 and 10 count for on flash of this maker. */
-    int level_1;
-    int level_10;
-};
-
-void PrintTo(const WearCase& row, std::ostream* out) {
-    *out << row.device;
-}
-
-class Wear : public Phone, public testing::WithParamInterface<WearCase> {};
-
-TEST_P(Wear, IsReadInTheMakersOwnField) {
-    const WearCase& row = GetParam();
-    start(std::string(row.device) + ",wear=" + std::to_string(row.cycles));
-    EXPECT_EQ(service->pe_cycle, -2);
+TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
+    const std::pair<const char*, std::vector<int>> kMakers[] = {
+            {"SAMSUNG ", {0, 19, 50, 71, 106, 143, 192, 192, 486, 486, 486}},
+            {"SKhynix ", {0, 2, 27, 60, 92, 124, 165, 165, 282, 282, 440}},
+            {"MICRON  ", {0, 1, 2, 4, 6, 9, 12, 15, 20, 26, 38}},
+            {"KIOXIA  ", {0, 0, 9, 14, 29, 62, 105, 183, 429, 486, 512}},
+            {"WDC     ", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}},
+            // The first maker named in the text wins, in the order of the tables.
+            {"SKhynixWDC", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}}};
+    start("ufs40:samsung");
     EXPECT_TRUE(service->level_to_num.empty());
-    EXPECT_EQ(service->FBO_isSupport(), row.supported);
-    EXPECT_EQ(service->pe_cycle, row.cycles);
-    EXPECT_EQ(service->level_to_num.size(), 11u);
-    EXPECT_EQ(service->level_to_num[0], 0);
-    EXPECT_EQ(service->level_to_num[1], row.level_1);
-    EXPECT_EQ(service->level_to_num[10], row.level_10);
-    EXPECT_EQ(logged("D FBO_isSupport [FBO-HAL] FBO support."), row.supported);
-    // Read once and remembered.
-    events();
-    EXPECT_EQ(service->FBO_isSupport(), row.supported);
-    EXPECT_EQ(events("read ").size(), 1u);
-}
-
-INSTANTIATE_TEST_SUITE_P(, Wear,
-                         testing::Values(WearCase{"ufs40:samsung", 2399, true, 19, 486},
-                                         WearCase{"ufs31:samsung", 2400, false, 19, 486},
-                                         WearCase{"ufs40:skhynix", 2399, true, 2, 440},
-                                         WearCase{"ufs31:skhynix,tbw=0", 2400, false, 2, 440},
-                                         // The largest number of the field, as a signed one.
-                                         WearCase{"ufs40:micron", -1, true, 1, 38},
-                                         WearCase{"ufs31:micron", 70000, false, 1, 38},
-                                         WearCase{"ufs40:kioxia", 2399, true, 0, 512},
-                                         WearCase{"ufs31:kioxia", 0x01020304, false, 0, 512},
-                                         WearCase{"ufs40:wdc", 2399, true, 1, 223},
-                                         WearCase{"ufs31:wdc", 0x01020304, false, 1, 223}));
-
-TEST_F(Phone, TellsWhichFieldOfSkHynixItReads) {
-    start("ufs40:skhynix,tbw=1");
-    const std::string line = "D getUFSPEcycleALevelToNum [FBO-HAL] vendor is sk, the tbw != 0";
-    EXPECT_EQ(service->getUFSPEcycleALevelToNum(), 1024);
-    EXPECT_TRUE(logged(line));
-    events();
-    set("tbw", "0");
-    EXPECT_EQ(service->getUFSPEcycleALevelToNum(), 1024);
-    EXPECT_FALSE(logged(line));
-}
-
-/** The first maker named in the vendor text wins, in the order of the tables. */
-TEST_F(Phone, PicksTheFirstOfTwoMakers) {
-    start("ufs40:skhynix");
-    set("node.vendor", "SKhynixWDC");
-    service->getUFSPEcycleALevelToNum();
-    EXPECT_EQ(service->level_to_num[10], 223);
-}
-
-TEST_F(Phone, AnswersNoWithoutTheNodeOrItsOne) {
-    start("ufs40:samsung");
-    const std::string refused =
-            "E FBO_isSupport [FBO-HAL] Read fbo_support node failed or device does not fbo.";
-    for (const char* text : {"0\n", "", " 1", "2"}) {
-        set("node.fbo_support", text);
-        EXPECT_FALSE(service->FBO_isSupport());
-        EXPECT_EQ(events("log "), std::vector<std::string>{refused});
+    for (const auto& [vendor, levels] : kMakers) {
+        set("node.vendor", vendor);
+        EXPECT_EQ(call("getUFSPEcycleALevelToNum"), "1024");
+        ASSERT_EQ(service->level_to_num.size(), levels.size());
+        for (int i = 0; i < 11; ++i) EXPECT_EQ(service->level_to_num[i], levels[i]) << vendor << i;
     }
-    set("fault.fbo_support", "read-error");
-    EXPECT_FALSE(service->FBO_isSupport());
-    EXPECT_EQ(events("log "), std::vector<std::string>{refused});
-    set("fault.fbo_support", "missing");
-    EXPECT_FALSE(service->FBO_isSupport());
-    EXPECT_EQ(
-            events("log "),
-            std::vector<std::string>{"E FBO_isSupport [FBO-HAL] Failed to open fbo_support node."});
-    set("fault.fbo_support", "none");
-    set("node.fbo_support", "12");
-    EXPECT_TRUE(service->FBO_isSupport());
 }
 
-/** Unknown wear does not refuse, and is asked for again. */
-TEST_F(Phone, SupportsADeviceOfUnknownWear) {
-    start("ufs40:samsung");
+TEST_F(Phone, ReadsTheWearInTheMakersOwnField) {
+    using sim::Maker;
     const struct {
-        const char* fault;
-        const char* what;
-        const char* line;
+        const char* vendor;
+        Maker maker;
+        uint32_t cycles, tbw;
+        int32_t wear;
     } kRows[] = {
-            {"fault.vendor", "missing", "E getUFSPEcycleALevelToNum [FBO-HAL] get ufs vendor fail"},
-            {"fault.hr", "missing", "E getUFSPEcycleALevelToNum [FBO-HAL] ufs hr node open fail"},
-            {"fault.hr", "read-error", "E getUFSPEcycleALevelToNum [FBO-HAL] read hr failed"},
+            {"SAMSUNG", Maker::kSamsung, 0x01020304, 0, 0x01020304},
+            {"MICRON", Maker::kMicron, 0x01020304, 0, 0x01020304},
+            {"KIOXIA", Maker::kKioxia, 0xfffffffe, 0, -2},
+            {"WDC", Maker::kWdc, 0x01020304, 0, 0x01020304},
+            // The older field of SKhynix, until any byte of what has been written is not 0.
+            {"SKhynix", Maker::kSkHynix, 0xfedc, 0, 0xfedc},
+            {"SKhynix", Maker::kSkHynix, 0xfedc, 1, 0xfedc},
+            {"SKhynix", Maker::kSkHynix, 0x0102, 0x100, 0x0102},
+            {"SKhynix", Maker::kSkHynix, 0x0102, 0x10000, 0x0102},
+            {"SKhynix", Maker::kSkHynix, 0x0102, 0x1000000, 0x0102},
     };
-    for (const auto& row : kRows) {
-        set(row.fault, row.what);
-        EXPECT_TRUE(service->FBO_isSupport());
-        EXPECT_TRUE(logged(row.line));
-        EXPECT_TRUE(logged("E FBO_isSupport [FBO-HAL] get ufs pecycle info fail"));
-        set(row.fault, "none");
-        events();
-    }
-    set("node.vendor", "NOBODY");
-    EXPECT_TRUE(service->FBO_isSupport());
-    EXPECT_EQ(tail(events("log "), 3),
-              lines("E getUFSPEcycleALevelToNum [FBO-HAL] vendor not supported|\n"
-                    "I getUFSPEcycleALevelToNum [FBO-HAL] ufs vendor: NOBODY pe_cycle: -2\n"
-                    "D FBO_isSupport [FBO-HAL] FBO support."));
+    start("ufs40:samsung");
     EXPECT_EQ(service->pe_cycle, -2);
+    for (const auto& row : kRows) {
+        set("node.hr", sim::healthReport(row.maker, row.cycles, row.tbw));
+        expect({{std::string("node.vendor=") + row.vendor, "getUFSPEcycleALevelToNum", "1024", "",
+                 row.tbw != 0 ? "the tbw != 0" : "!tbw"}});
+        EXPECT_EQ(service->pe_cycle, row.wear) << row.vendor << row.tbw;
+    }
 }
 
 /** What is missing or no number in the report repeats the byte before it. */
 TEST_F(Phone, DecodesADamagedReport) {
     start("ufs40:samsung");
-    set("node.hr", std::string(2 * 155, '0') + "7f");
-    EXPECT_EQ(service->getUFSPEcycleALevelToNum(), 312);
-    EXPECT_EQ(service->pe_cycle, 0x7f7f7f7f);
-    set("node.hr", std::string(2 * 156, '0') + "01zz0003");
-    service->getUFSPEcycleALevelToNum();
-    EXPECT_EQ(service->pe_cycle, 0x01010003);
-    set("node.hr", "");
-    EXPECT_EQ(service->getUFSPEcycleALevelToNum(), 0);
-    EXPECT_EQ(service->pe_cycle, 0);
-    set("node.hr", std::string(2 * 156, '0') + "aBcDeF01" + std::string(3000, '5'));
-    EXPECT_EQ(service->getUFSPEcycleALevelToNum(), 1024);
-    EXPECT_EQ(static_cast<uint32_t>(service->pe_cycle), 0xabcdef01u);
-}
-
-TEST_F(Phone, ReadsTheGeneration) {
-    start("ufs40:samsung");
-    const std::pair<const char*, bool> kTexts[] = {
-            {"1\n", true}, {"01", true}, {" +1x", true}, {"0\n", false}, {"11", false}};
-    for (const auto& [text, is31] : kTexts) {
-        set("node.is_ufs31", text);
-        EXPECT_EQ(FBO_isUFS31(), is31) << text;
-        EXPECT_EQ(logged("D FBO_isUFS31 [FBO-HAL] the ufs is 3.1 version"), is31);
-        events();
+    const struct {
+        std::string report, answer;
+        uint32_t wear;
+    } kRows[] = {
+            {std::string(2 * 155, '0') + "7f", "312", 0x7f7f7f7f},
+            {std::string(2 * 156, '0') + "01zz0003", "320", 0x01010003},
+            {"", "0", 0},
+            {std::string(2 * 156, '0') + "aBcDeF01" + std::string(3000, '5'), "1024", 0xabcdef01}};
+    for (const auto& row : kRows) {
+        expect({{"node.hr=" + row.report, "getUFSPEcycleALevelToNum", row.answer}});
+        EXPECT_EQ(static_cast<uint32_t>(service->pe_cycle), row.wear);
     }
-    set("node.is_ufs31", "");
-    EXPECT_THROW(FBO_isUFS31(), std::invalid_argument);
-    set("fault.is_ufs31", "unreadable");
-    EXPECT_FALSE(FBO_isUFS31());
-    EXPECT_TRUE(logged("E FBO_isUFS31 [FBO-HAL] open is_ufs31 node fail"));
 }
 
-TEST_F(Phone, ReadsTheLimitsOfARange) {
+TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
+    start("ufs40:samsung");
+    // Unknown wear does not refuse, and is asked for again.
+    expect({{"fault.vendor=missing", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
+            {"fault.hr=missing", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
+            {"fault.hr=read-error", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
+            {"fault.hr=read-error", "getUFSPEcycleALevelToNum", "-1"},
+            {"node.vendor=NOBODY,wear=2400", "FBO_isSupport", "true", "", "!pecycle info fail"},
+            {"node.vendor=NOBODY", "getUFSPEcycleALevelToNum", "1024", "", "pe_cycle: -2"},
+            {"wear=2399", "FBO_isSupport", "true", "", "!pecycle info fail"},
+            // Read once and remembered, as long as both are there.
+            {"wear=2400", "FBO_isSupport", "true", "", "!pe_cycle"}});
+    service->level_to_num.clear();
+    expect({{"", "FBO_isSupport", "false", "", "!FBO support."},
+            {"wear=5", "FBO_isSupport", "false"}});
+    service->pe_cycle = -2;
+    expect({{"wear=-1", "FBO_isSupport", "true"},
+            {"node.fbo_support=0\n", "FBO_isSupport", "false", "", "device does not fbo"},
+            {"node.fbo_support=", "FBO_isSupport", "false"},
+            {"node.fbo_support= 1", "FBO_isSupport", "false"},
+            {"node.fbo_support=2", "FBO_isSupport", "false"},
+            {"node.fbo_support=12", "FBO_isSupport", "true"},
+            {"fault.fbo_support=read-error", "FBO_isSupport", "false"},
+            {"fault.fbo_support=missing", "FBO_isSupport", "false", "", "Failed to open"}});
+}
+
+TEST_F(Phone, ReadsGenerationAndLimits) {
     start("ufs40:samsung,ranges=99");
-    int most = -5;
-    EXPECT_EQ(FBO_Get_MinLBASize(), 1);
-    EXPECT_EQ(FBO_Get_MaxLBACount(most), 0);
-    EXPECT_EQ(most, 99);
-    set("node.fbo_max_lrc", "many");
-    EXPECT_THROW(FBO_Get_MaxLBACount(most), std::invalid_argument);
-    set("node.fbo_min_lrs", "4294967296");
-    EXPECT_THROW(FBO_Get_MinLBASize(), std::out_of_range);
-    events();
-    set("fault.fbo_min_lrs", "missing");
-    set("fault.fbo_max_lrc", "missing");
-    EXPECT_EQ(FBO_Get_MinLBASize(), -1);
-    EXPECT_EQ(FBO_Get_MaxLBACount(most), -10);
-    EXPECT_EQ(most, 99);
-    EXPECT_EQ(events(), lines("log E FBO_Get_MinLBASize [FBO-HAL] Open fbo_min_lrs file failure\n"
-                              "log E FBO_Get_MaxLBACount [FBO-HAL] Open fbo_max_lrc file failure"));
-}
-
-/** Without a controller one of the two limits answers and the other raises. */
-TEST_F(Phone, HasNoLimitsWithoutAController) {
-    start("ufs40:samsung,fault.ufshcd-qcom=missing");
-    int most = -5;
-    EXPECT_EQ(FBO_Get_MaxLBACount(most), 0);
-    EXPECT_EQ(most, -5);
-}
-
-TEST_F(Phone, HasNoLeastSizeWithoutAController) {
-    start("ufs40:samsung,fault.ufshcd-qcom=missing");
-    EXPECT_THROW(FBO_Get_MinLBASize(), std::invalid_argument);
+    expect({{"node.is_ufs31=1\n", "FBO_isUFS31", "true", "", "3.1 version"},
+            {"node.is_ufs31=01", "FBO_isUFS31", "true"},
+            {"node.is_ufs31= +1x", "FBO_isUFS31", "true"},
+            {"", "FBO_isUFS31", "false", "", "!3.1 version"},
+            {"node.is_ufs31=11", "FBO_isUFS31", "false"},
+            {"node.is_ufs31=", "FBO_isUFS31", "invalid_argument"},
+            {"fault.is_ufs31=unreadable", "FBO_isUFS31", "false"},
+            {"", "FBO_Get_MinLBASize", "1"},
+            {"node.fbo_min_lrs=4294967296", "FBO_Get_MinLBASize", "out_of_range"},
+            {"fault.fbo_min_lrs=missing", "FBO_Get_MinLBASize", "-1"},
+            {"", "FBO_Get_MaxLBACount", "0 99"},
+            {"node.fbo_max_lrc=many", "FBO_Get_MaxLBACount", "invalid_argument"},
+            {"fault.fbo_max_lrc=missing", "FBO_Get_MaxLBACount", "-10 -"}});
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Calls.h"
 #include "fbo/Fbo.h"
 #include "fbo/Globals.h"
 #include "fbo/snapshot/Snapshot.h"
@@ -31,39 +32,23 @@ constexpr int kServices = 300;
 constexpr size_t kThreads = 8;
 constexpr size_t kCallsOfAThread = 3;
 
-std::string trigger(Fbo& service, const std::string& request) {
-    std::string answer;
-    service.FBO_trigger(request, [&](const hidl_string& text) { answer = text; });
-    return answer;
+/** The calls that clients make first, and their answers. */
+const std::pair<const char*, const char*> kCalls[] = {
+        {"FBO_isSupport", "true"},
+        {"EUA_GetFreeSpaceAPECycle", "120:1"},
+        {"SnapShot_getStatus", "0"},
+        {"EUA_SupportSize", "65536"},
+        {"SnapShot_startDrop", "true"},
+        {"FBO_VersionCtrl V:1.0,1.0:ON", "true"},
+        // The worker asks for the status too.
+        {"the drop event", ""},
+};
+
+std::string answerOf(Fbo& service, const std::string& call) {
+    if (call != "the drop event") return callByName(service, call);
+    sim::sendKernelUevent(sim::dropEvent());
+    return "";
 }
-
-/** A call that clients make first, and whether it gives the right answer. */
-struct Call {
-    const char* name;
-    bool (*isRight)(Fbo& service);
-};
-
-const Call kCalls[] = {
-        {"FBO_isSupport", [](Fbo& service) -> bool { return service.FBO_isSupport(); }},
-        {"EUA_GetFreeSpaceAPECycle",
-         [](Fbo& service) {
-             std::string report;
-             service.EUA_GetFreeSpaceAPECycle([&](const hidl_string& text) { report = text; });
-             return report == "120:1";
-         }},
-        {"SnapShot_getStatus", [](Fbo& service) { return service.SnapShot_getStatus() == 0; }},
-        {"EUA_SupportSize", [](Fbo& service) { return service.EUA_SupportSize() == 65536; }},
-        {"SnapShot_startDrop", [](Fbo& service) -> bool { return service.SnapShot_startDrop(); }},
-        {"FBO_VersionCtrl",
-         [](Fbo& service) -> bool { return service.FBO_VersionCtrl("V:1.0,1.0:ON"); }},
-        // The worker asks for the status then, like the clients above.
-        {"the drop event",
-         [](Fbo&) {
-             static constexpr char kEvent[] = "change@/ufs\0UFS_SNAPSHOT_DROP_EVENT";
-             sim::sendKernelUevent({kEvent, sizeof(kEvent)});
-             return true;
-         }},
-};
 
 /** Has every thread run `work`, with its number, all at the same moment. */
 void atOnce(const std::function<void(size_t thread)>& work) {
@@ -133,13 +118,14 @@ TEST(Concurrency, FirstCallsMayCoincide) {
             atOnce([&](size_t thread) {
                 for (size_t j = 0; j < kCallsOfAThread; ++j) {
                     const size_t call = (i + thread + j) % std::size(kCalls);
-                    if (!kCalls[call].isRight(service)) wrong = static_cast<int>(call) + 1;
+                    const auto& [name, answer] = kCalls[call];
+                    if (answerOf(service, name) != answer) wrong = static_cast<int>(call) + 1;
                 }
             });
             return wrong.load();
         });
         ASSERT_GE(wrong, 0) << "service " << i << " died";
-        ASSERT_EQ(wrong, 0) << "service " << i << ": " << kCalls[wrong - 1].name;
+        ASSERT_EQ(wrong, 0) << "service " << i << ": " << kCalls[wrong - 1].first;
     }
 }
 
@@ -174,7 +160,8 @@ TEST(Concurrency, TriggersMayCoincide) {
             std::atomic<int> wrong = 0;
             atOnce([&](size_t thread) {
                 const std::string range = std::to_string(thread * 1000) + ",8,";
-                if (trigger(service, range + range).compare(0, 4, "Fbo:") != 0) ++wrong;
+                if (callByName(service, "FBO_trigger " + range + range).compare(0, 4, "Fbo:") != 0)
+                    ++wrong;
             });
             return wrong.load();
         });

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -12,6 +12,8 @@
 
 #include <android/log.h>
 
+#include "Calls.h"
+#include "fbo/Globals.h"
 #include "host/LogSink.h"
 #include "sim/Clock.h"
 #include "sim/Uevent.h"
@@ -37,18 +39,92 @@ const std::set<std::string> kWritten = {
         "drop_caches",
 };
 
-}  // namespace
+const std::map<std::string, std::string> kShortNames = {{"fbo_send_lr_list", "list"},
+                                                        {"fbo_operation_control", "op"},
+                                                        {"fbs_flc_enable", "flc"},
+                                                        {"fbs_defrag_enable", "defrag"}};
 
-std::vector<std::string> lines(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
+std::string effectOf(const sim::Event& store) {
+    const auto name = kShortNames.find(store.node);
+    std::string effect = (name == kShortNames.end() ? store.node : name->second) + "=" + store.text;
+    if (store.offset >= 0) {
+        effect += "@" + std::to_string(store.offset);
+    } else if (effect.back() == '\n') {
+        effect.pop_back();
+    } else {
+        effect += "-";
+    }
+    return effect + (store.error.empty() ? "" : "!");
 }
 
-std::vector<std::string> tail(std::vector<std::string> events, size_t count) {
-    if (events.size() > count) events.erase(events.begin(), events.end() - count);
-    return events;
+/** Joins `words` with blanks; of pairs, and single ones, that repeat themselves only one stays. */
+std::string join(const std::vector<std::string>& words) {
+    std::string text;
+    for (size_t i = 0; i < words.size();) {
+        size_t length = 1;
+        size_t times = 1;
+        for (const size_t tried : {2, 1}) {
+            size_t end = i + tried;
+            while (end < words.size() && words[end] == words[end - tried]) ++end;
+            if ((end - i) / tried <= times) continue;
+            length = tried;
+            times = (end - i) / tried;
+        }
+        std::string piece = words[i];
+        if (length == 2) piece += " " + words[i + 1];
+        if (times > 1) piece = "(" + piece + ")*" + std::to_string(times);
+        text += (text.empty() ? "" : " ") + piece;
+        i += length * times;
+    }
+    return text;
+}
+
+std::string line(const sim::Event& event) {
+    return std::string(1, event.priority) + " " + event.function + " " + event.text;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::istringstream stream(text);
+    std::vector<std::string> parts;
+    for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+    return parts;
+}
+
+}  // namespace
+
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << row.settings << ": " << row.call;
+}
+
+TEST_P(FreshPhone, Answers) {
+    Row row = GetParam();
+    start(row.settings);
+    row.settings.clear();
+    expect({row});
+}
+
+std::string effectsOf(const sim::Trace& trace) {
+    std::vector<std::string> effects;
+    unsigned slept = 0;
+    for (const sim::Event& event : trace) {
+        if (event.kind == sim::Event::kWrite) {
+            effects.push_back(effectOf(event));
+            slept = 0;
+        } else if (event.kind == sim::Event::kSleep) {
+            if (slept > 0) effects.pop_back();
+            slept += event.seconds;
+            effects.push_back("+" + std::to_string(slept));
+        }
+    }
+    return join(effects);
+}
+
+std::string logOf(const sim::Trace& trace) {
+    std::string log;
+    for (const sim::Event& event : trace) {
+        if (event.kind == sim::Event::kLog) log += line(event) + "\n";
+    }
+    return log;
 }
 
 void Phone::start(const std::string& device) {
@@ -59,13 +135,11 @@ void Phone::start(const std::string& device) {
         std::cmatch parts;
         ASSERT_STREQ(tag, "mem_fbo");
         ASSERT_TRUE(std::regex_match(text, parts, kForm)) << text;
-        std::string line = parts[2];
-        std::replace(line.begin(), line.end(), '\n', '|');
-        phone_->note(std::string("log ") + "??VDIWE"[priority] + " " + parts[1].str() + " " + line);
+        phone_->log("??VDIWE"[priority], parts[1], parts[2].str());
         std::function<void()> action;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
-            if (line.find(awaited_) != std::string::npos) action = action_;
+            if (parts[2].str().find(awaited_) != std::string::npos) std::swap(action, action_);
         }
         if (action) action();
     });
@@ -81,11 +155,9 @@ void Phone::waitForWorker() {
 
 void Phone::TearDown() {
     if (!phone_) return;
+    events();
     EXPECT_EQ(openDescriptors().size(), descriptors_.size() + 2 * workers_)
             << "descriptors left open";
-    for (const std::string& write : events("write ")) {
-        EXPECT_EQ(kWritten.count(write.substr(0, write.find(' '))), 1u) << write;
-    }
     host::setLogSink(nullptr);
 }
 
@@ -105,32 +177,56 @@ std::vector<int> Phone::serviceDescriptors() const {
     return added;
 }
 
-std::vector<std::string> Phone::events() {
-    const std::string trace = phone_->trace();
+void Phone::set(const std::string& settings) {
+    for (const std::string& setting : split(settings, ',')) {
+        const size_t equals = setting.find('=');
+        set(setting.substr(0, equals), setting.substr(equals + 1));
+    }
+}
+
+sim::Trace Phone::events() {
+    sim::Trace trace = phone_->events();
     phone_->clearTrace();
-    return lines(trace);
+    for (const sim::Event& event : trace) {
+        if (event.kind != sim::Event::kWrite) continue;
+        EXPECT_EQ(kWritten.count(event.node), 1u) << event.node << " is written";
+    }
+    return trace;
 }
 
-std::vector<std::string> Phone::events(const std::string& what) {
-    std::vector<std::string> chosen;
-    for (const std::string& event : events()) {
-        if (event.compare(0, what.size(), what) == 0) chosen.push_back(event.substr(what.size()));
-    }
-    return chosen;
+std::string Phone::call(const std::string& text) {
+    return callByName(*asked_, text);
 }
 
-std::vector<std::string> Phone::story(const std::string& function) {
-    static const std::regex kLog("log (.) (\\w+) (\\[\\w+-HAL\\] ?)?(.*)");
-    std::vector<std::string> story;
-    for (const std::string& event : events()) {
-        std::smatch parts;
-        if (!std::regex_match(event, parts, kLog)) {
-            story.push_back(event);
-        } else if (parts[2] == function) {
-            story.push_back(parts[1].str() + " " + parts[4].str());
-        }
+void Phone::expect(const std::vector<Row>& rows) {
+    for (const Row& row : rows) check(row);
+}
+
+void Phone::check(const Row& row) {
+    SCOPED_TRACE(row.settings + " " + row.call);
+    set(row.settings);
+    events();
+    cmd_retry_count = cmd_fail_count = 0;
+    if (!row.moment.empty()) onLog(row.moment, [this, change = row.change] { set(change); });
+    std::string answer = call(row.call);
+    if (cmd_retry_count != 0 || cmd_fail_count != 0) {
+        answer += " r" + std::to_string(cmd_retry_count) + " f" + std::to_string(cmd_fail_count);
     }
-    return story;
+    EXPECT_EQ(answer, row.answer);
+    const sim::Trace trace = events();
+    if (row.effects != kAny) {
+        EXPECT_EQ(effectsOf(trace), row.effects);
+    }
+    const std::string log = logOf(trace);
+    const bool forbidden = row.log.compare(0, 1, "!") == 0;
+    EXPECT_NE(log.find(row.log.substr(forbidden)) == std::string::npos, !forbidden)
+            << row.log << " in\n"
+            << log;
+    for (const std::string& setting : split(row.settings, ',')) {
+        const std::string key = setting.substr(0, setting.find('='));
+        if (key.compare(0, 6, "fault.") == 0) set(key, "none");
+        if (key.compare(0, 5, "node.") == 0) set("unscript", key.substr(5));
+    }
 }
 
 void Phone::onLog(const std::string& text, std::function<void()> action) {
@@ -139,17 +235,18 @@ void Phone::onLog(const std::string& text, std::function<void()> action) {
     action_ = std::move(action);
 }
 
-bool Phone::logged(const std::string& line) {
-    const std::vector<std::string> events = lines(phone_->trace());
-    return std::find(events.begin(), events.end(), "log " + line) != events.end();
+void Phone::onSleep(int sleep, std::function<void()> action) {
+    sim::onSleep([sleep, action = std::move(action), count = 0]() mutable {
+        if (++count == sleep) action();
+    });
 }
 
 void Phone::await(const std::string& text, int times) {
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (;;) {
-        const std::vector<std::string> events = lines(phone_->trace());
-        const auto count = std::count_if(events.begin(), events.end(), [&](const auto& event) {
-            return event.find(text) != std::string::npos;
+        const sim::Trace trace = phone_->events();
+        const auto count = std::count_if(trace.begin(), trace.end(), [&](const auto& event) {
+            return event.text.find(text) != std::string::npos;
         });
         if (count >= times) {
             // What the thread that logged has done before is seen from here on.
@@ -159,27 +256,4 @@ void Phone::await(const std::string& text, int times) {
         ASSERT_LT(std::chrono::steady_clock::now(), patience) << text << " does not come";
         std::this_thread::yield();
     }
-}
-
-std::string Phone::trigger(const std::string& text) {
-    std::string answer;
-    int answers = 0;
-    service->FBO_trigger(text, [&](const hidl_string& result) {
-        answer = result;
-        ++answers;
-    });
-    EXPECT_EQ(answers, 1);
-    return answer;
-}
-
-std::string Phone::stateCtl(const std::string& text) {
-    std::string answer;
-    service->FBO_stateCtl(text, [&](const hidl_string& result) { answer = result; });
-    return answer;
-}
-
-void Phone::tellAtSleep(int sleep, const std::string& text) {
-    sim::onSleep([this, sleep, text, count = 0]() mutable {
-        if (++count == sleep) stateCtl(text);
-    });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,6 +14,41 @@
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 
+/** The function that a test wants called, and what comes of it. */
+struct Row {
+    /** What the device is set to for this call: "KEY=VALUE,KEY=VALUE". */
+    std::string settings;
+    /** See Phone::call(). */
+    std::string call;
+    /**
+     * What the call returns, or the error that escapes it. Behind that, " r2 f1": what it has added
+     * to the counters of retries and failures, unless that is nothing.
+     */
+    std::string answer;
+    /** What happens to the device, see effectsOf(); kAny: whatever it is. */
+    std::string effects = "";
+    /** A text that the log has to hold; with a "!" before it, one that it must not hold. */
+    std::string log = "";
+    /** When this is logged … */
+    std::string moment = "";
+    /** … the device is set to this. */
+    std::string change = "";
+};
+
+void PrintTo(const Row& row, std::ostream* out);
+
+constexpr char kAny[] = "*";
+
+/**
+ * The stores and sleeps of a trace: "NODE=TEXT" without the line feed that ends a text, or with
+ * "-" if none does, and "!" if the node refused it; "+SECONDS", added up; "(…)*N" for what happens
+ * N times in a row. The four nodes of the engines have short names: list, op, flc and defrag.
+ */
+std::string effectsOf(const sim::Trace& trace);
+
+/** The log lines of a trace, a line each: "PRIORITY FUNCTION TEXT". */
+std::string logOf(const sim::Trace& trace);
+
 /**
  * A test on a simulated phone. The phone, like the library's own state, is the process's: every
  * test runs in a process of its own. In the end no descriptor may be left open and no node have
@@ -20,55 +56,53 @@ using namespace vendor::nivora::hardware::fbo::implementation;
  */
 class Phone : public testing::Test {
   protected:
-    /** Switches on a phone with `device`, see sim::Simulator. */
+    /** Switches on a phone with `device`, see sim::Simulator, and makes a service. */
     void start(const std::string& device);
     void TearDown() override;
 
     sim::Simulator& phone() { return *phone_; }
     void set(const std::string& key, const std::string& value) { phone_->set(key, value); }
+    /** Changes the device by several settings, with commas between. */
+    void set(const std::string& settings);
+
+    /** What happened since the last call of this function. */
+    sim::Trace events();
 
     /**
-     * What happened since the last call, a line each, in order: "read NODE "TEXT"", "write NODE
-     * "TEXT"", "sleep SECONDS" and "log PRIORITY FUNCTION TEXT".
+     * Calls a function of the library: "NAME ARGUMENTS". Returns its answer and what it has put in
+     * its output arguments, or the name of the error that it raises.
      */
-    std::vector<std::string> events();
-    /** The events that begin with `what`, without that. */
-    std::vector<std::string> events(const std::string& what);
-    /** Whether the phone has logged `line`, "PRIORITY FUNCTION TEXT", since the last events(). */
-    bool logged(const std::string& line);
+    std::string call(const std::string& text);
 
     /**
-     * The events as `function` tells them: its own log lines as "PRIORITY TEXT", without the
-     * area, those of other functions left out, and the traffic as it is.
+     * Makes the calls, one after the other. After each one the faults and the texts of nodes that
+     * its settings have set are taken back.
      */
-    std::vector<std::string> story(const std::string& function);
-    /** Has `action` run when a line is logged that contains `text`. */
+    void expect(const std::vector<Row>& rows);
+
+    /** Has `action` run, once, when a line is logged that contains `text`. */
     void onLog(const std::string& text, std::function<void()> action);
-
+    /** Has `action` run when sleep number `sleep` (1, 2, …) from now begins. */
+    void onSleep(int sleep, std::function<void()> action);
     /** Waits until the phone has logged `text` so and so often since the last events(). */
     void await(const std::string& text, int times = 1);
-
-    /** Runs `text` through FBO_trigger and returns its answer. */
-    std::string trigger(const std::string& text);
-    std::string stateCtl(const std::string& text);
-    /** Has FBO_stateCtl be told `text` when sleep number `sleep` (1, 2, …) begins. */
-    void tellAtSleep(int sleep, const std::string& text);
 
     /**
      * The service. It is kept for good, as a service process does: destroying it while its worker
      * runs would end the process.
      */
     android::sp<Fbo> service;
-    /** Makes a service that stands for the one above; start() makes an Fbo. */
+    /** Makes a service that stands beside the one above; that is the one which call() asks then. */
     template <typename Service>
     android::sp<Service> serve() {
         const android::sp<Service> made = new Service;
         made->incStrong(nullptr);
         waitForWorker();
+        asked_ = made;
         return made;
     }
 
-    /** The descriptors that the service has open: those of its worker. */
+    /** The descriptors that the services have open: those of their workers. */
     std::vector<int> serviceDescriptors() const;
     /** The descriptors of one worker are gone. */
     void workerEnded() { --workers_; }
@@ -76,10 +110,11 @@ class Phone : public testing::Test {
   private:
     /** Waits until the worker of one more service listens. */
     void waitForWorker();
-
+    void check(const Row& row);
     std::vector<int> openDescriptors() const;
 
     std::unique_ptr<sim::Simulator> phone_;
+    android::sp<Fbo> asked_;
     std::vector<int> descriptors_;
     size_t workers_ = 0;
     /** Guards what the log's readers, on any thread, are to do. */
@@ -88,8 +123,5 @@ class Phone : public testing::Test {
     std::function<void()> action_;
 };
 
-/** `text` cut at its line ends. */
-std::vector<std::string> lines(const std::string& text);
-
-/** The last `count` of `events`. */
-std::vector<std::string> tail(std::vector<std::string> events, size_t count);
+/** Rows of which each has a phone of its own: their settings are the device's. */
+class FreshPhone : public Phone, public testing::WithParamInterface<Row> {};

@@ -1,123 +1,156 @@
+#include <linux/netlink.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 
 #include "Phone.h"
+#include "fbo/snapshot/DropEvent.h"
 #include "sim/Uevent.h"
 
 namespace {
 
-constexpr char kReceived[] = "Snapshot drop uevent received: UFS_SNAPSHOT_DROP_EVENT";
-constexpr char kDropped[] = "log D UEventEvent [SNAPSHOT-HAL] drop snapshot success in uevent";
+constexpr char kDropped[] = "drop snapshot success in uevent";
 
-/** A uevent of these strings, "|" behind each. */
-std::string message(std::string strings) {
-    std::replace(strings.begin(), strings.end(), '|', '\0');
-    return strings;
-}
-
-const std::string kEvent = message("change@/devices/ufs|ACTION=change|UFS_SNAPSHOT_DROP_EVENT|");
-
-TEST_F(Phone, DropsWhenTheKernelSaysSo) {
-    start("ufs40:samsung,snapshot=2");
-    sim::sendKernelUevent(kEvent);
-    await(kDropped);
-    EXPECT_EQ(events("write ctrl "), std::vector<std::string>{"\"stop\\n\""});
-    // Passed by for less than four seconds, whatever the line says.
-    for (const int seconds : {0, 3}) {
-        sleep(seconds);
-        sim::sendKernelUevent(kEvent);
-        await("Snapshot drop uevent has been successfully executed within 3s, so by pass.");
-        EXPECT_EQ(events("read ").size(), 0u);
-        EXPECT_EQ(service->last_drop_time, 1700000000);
+struct Dropping : Fbo {
+    int drops = 0;
+    bool succeeds = true;
+    Return<bool> SnapShot_startDrop() override {
+        ++drops;
+        return succeeds;
     }
+};
+
+/**
+ * A service that receives what the test sends, as long as it likes: messages from a socket whose
+ * name reads as the kernel's address, with port 0 and a multicast group, and that is root's.
+ */
+class UEventEvent : public Phone {
+  protected:
+    void SetUp() override {
+        start("ufs40:samsung");
+        fbo = serve<Dropping>();
+        // Behind its first event the worker only waits.
+        sim::sendKernelUevent(sim::dropEvent());
+        await(kDropped, 2);
+        socketpair(AF_UNIX, SOCK_DGRAM, 0, sockets_);
+        const int pass = 1;
+        setsockopt(sockets_[0], SOL_SOCKET, SO_PASSCRED, &pass, sizeof(pass));
+        sockaddr_nl kernel{};
+        kernel.nl_family = AF_UNIX;
+        kernel.nl_groups = 1;
+        ASSERT_EQ(bind(sockets_[1], reinterpret_cast<sockaddr*>(&kernel), sizeof(kernel)), 0);
+        fbo->uevent_fd = sockets_[0];
+    }
+
+    void TearDown() override {
+        for (const int socket : sockets_) close(socket);
+        Phone::TearDown();
+    }
+
+    /** Has the service receive `message`; returns how often it drops the snapshot for it. */
+    int receive(const std::string& message) {
+        const int before = fbo->drops;
+        EXPECT_EQ(send(sockets_[1], message.data(), message.size(), 0),
+                  static_cast<ssize_t>(message.size()));
+        fbo->UEventEvent();
+        return fbo->drops - before;
+    }
+
+    android::sp<Dropping> fbo;
+
+  private:
+    int sockets_[2];
+};
+
+TEST_F(UEventEvent, IsADropRequestForEachStringThatIsTheWord) {
+    using namespace std::string_literals;
+    const std::string word = "UFS_SNAPSHOT_DROP_EVENT";
+    const std::string head = word + '\0';
+    const std::pair<std::string, int> kRows[] = {
+            {word, 1},
+            {head, 1},
+            {sim::uevent({"a", word, "b", word}), 2},
+            {"UFS_SNAPSHOT_DROP_EVEN\0"s, 0},
+            {"UFS_SNAPSHOT_DROP_EVENT2\0"s, 0},
+            {"EVENT=UFS_SNAPSHOT_DROP_EVENT\0"s, 0},
+            {sim::uevent({"ufs_snapshot_drop_event", " " + word}), 0},
+            // An empty string ends the list.
+            {sim::uevent({"", word}), 0},
+            {sim::uevent({"a", "", word}), 0},
+            {sim::uevent({"\xff\x01=%n", word}), 1},
+            // What just fits the buffer, the word in front and behind; longer ones may be cut.
+            {head + std::string(2047 - head.size(), 'x'), 1},
+            {std::string(2047 - head.size(), 'x') + '\0' + word, 1},
+            {head + std::string(2048 - head.size(), 'x'), 0},
+            {head + std::string(3000, 'x'), 0}};
+    fbo->succeeds = false;
+    fbo->last_drop_time = 0;
+    for (const auto& [message, drops] : kRows) EXPECT_EQ(receive(message), drops) << message;
+}
+
+TEST_F(UEventEvent, IsPassedByForFourSecondsAfterADrop) {
+    const std::string twice = sim::uevent({kDropEvent, kDropEvent});
+    fbo->last_drop_time = 0;
+    EXPECT_EQ(receive(twice), 1);
+    EXPECT_EQ(fbo->last_drop_time, 1700000000);
+    sleep(3);
+    EXPECT_EQ(receive(twice), 0);
     sleep(1);
-    sim::sendKernelUevent(kEvent);
-    await(kDropped);
-    // Twice in one message is looked at twice.
     events();
+    EXPECT_EQ(receive(twice), 1);
+    EXPECT_EQ(logOf(events()),
+              "D UEventEvent [SNAPSHOT-HAL] Snapshot drop uevent received: "
+              "UFS_SNAPSHOT_DROP_EVENT\n"
+              "D UEventEvent [SNAPSHOT-HAL] drop snapshot success in uevent\n"
+              "D UEventEvent [SNAPSHOT-HAL] Snapshot drop uevent received: "
+              "UFS_SNAPSHOT_DROP_EVENT\n"
+              "D UEventEvent [SNAPSHOT-HAL] Snapshot drop uevent has been successfully executed "
+              "within 3s, so by pass.\n");
+    // A drop that fails is tried again at once.
     sleep(4);
-    sim::sendKernelUevent(message("UFS_SNAPSHOT_DROP_EVENT|UFS_SNAPSHOT_DROP_EVENT|"));
-    await("so by pass.");
-    EXPECT_EQ(story("UEventEvent"),
-              lines("sleep 4\nD Snapshot drop uevent received: UFS_SNAPSHOT_DROP_EVENT\nread "
-                    "status \"drop_by_host\\n\"\nD drop snapshot success in uevent\nD Snapshot "
-                    "drop uevent received: UFS_SNAPSHOT_DROP_EVENT\nD Snapshot drop uevent has "
-                    "been successfully executed within 3s, so by pass."));
+    fbo->succeeds = false;
+    EXPECT_EQ(receive(twice), 2);
+    EXPECT_EQ(fbo->last_drop_time, 1700000004);
 }
 
-TEST_F(Phone, TriesAgainAtOnceAfterAFailedDrop) {
-    start("ufs40:samsung,snapshot=2,drop_end=6/-1");
-    sim::sendKernelUevent(kEvent);
-    await("log E UEventEvent [SNAPSHOT-HAL] drop snapshot fail in uevent");
+/** What is not from the kernel may be from anybody: it leaves no trace, and nothing is dropped. */
+TEST_F(Phone, TheWorkerListensToTheKernelAlone) {
+    start("ufs40:samsung,snapshot=2");
+    const android::sp<Dropping> beside = serve<Dropping>();
     EXPECT_EQ(service->last_drop_time, 0);
-    set("snapshot", "2");
-    sim::sendKernelUevent(kEvent);
-    await(kDropped);
-}
-
-/** What is no drop request leaves no trace; the true one after it shows that it was read. */
-TEST_F(Phone, IgnoresWhatIsNoDropRequest) {
-    start("ufs40:samsung,snapshot=2");
-    sim::sendKernelUevent(message("change@/x|EVENT=UFS_SNAPSHOT_DROP_EVENT|"));
-    sim::sendKernelUevent(message("UFS_SNAPSHOT_DROP_EVENT2|"));
-    sim::sendKernelUevent(message("|UFS_SNAPSHOT_DROP_EVENT|"));
-    sim::sendKernelUevent(std::string("\xff\xfe\0\x80%n", 6));
-    // As long as the buffer or longer, that is, perhaps cut.
-    sim::sendKernelUevent(kEvent + std::string(2000, 'x'));
-    // What is not from the kernel may be from anybody.
-    sim::sendUserUevent(kEvent);
-    sim::sendKernelUevent(kEvent);
-    await(kDropped);
-    const std::vector<std::string> received = events("log D UEventEvent [SNAPSHOT-HAL] ");
-    EXPECT_EQ(received, lines(std::string(kReceived) + "\ndrop snapshot success in uevent"));
-}
-
-TEST_F(Phone, GoesOnListeningAfterASignal) {
-    start("ufs40:samsung,snapshot=2");
+    sim::sendUserUevent(sim::dropEvent());
+    sim::sendKernelUevent(sim::uevent({"change@/x", "EVENT=UFS_SNAPSHOT_DROP_EVENT"}));
+    // A signal ends a wait, and nothing else.
     static std::atomic<bool> handled = false;
     struct sigaction action {};
     action.sa_handler = [](int) { handled = true; };
     sigaction(SIGUSR1, &action, nullptr);
     pthread_kill(service->worker.native_handle(), SIGUSR1);
     while (!handled) sched_yield();
-    sim::sendKernelUevent(kEvent);
-    await(kDropped);
-    EXPECT_FALSE(logged("E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 4"));
-}
-
-struct Deriving : Fbo {
-    int drops = 0;
-    Return<bool> SnapShot_startDrop() override {
-        ++drops;
-        return true;
-    }
-};
-
-TEST_F(Phone, TheWorkerAsksTheObjectItself) {
-    start("ufs40:samsung,snapshot=2");
-    const android::sp<Deriving> deriving = serve<Deriving>();
-    sim::sendKernelUevent(kEvent);
+    sim::sendKernelUevent(sim::dropEvent());
     await(kDropped, 2);
-    EXPECT_EQ(deriving->drops, 1);
+    EXPECT_EQ(beside->drops, 1);
+    const sim::Trace trace = events();
+    EXPECT_EQ(effectsOf(trace), "ctrl=stop");
+    EXPECT_EQ(logOf(trace).find("UEventWorker"), std::string::npos);
 }
 
 /** A worker whose wait fails says so, gives its descriptors back and ends. */
 TEST_F(Phone, TheWorkerEndsWhenItCannotWait) {
     start("ufs40:samsung");
     // Once it has heard an event it does nothing but wait.
-    sim::sendKernelUevent(kEvent);
+    sim::sendKernelUevent(sim::dropEvent());
     await(kDropped);
     while (serviceDescriptors().size() > 2) sched_yield();
     for (const int fd : serviceDescriptors()) {
         // No epoll instance any more; that is noticed once something has ended the wait.
         if (fd != service->uevent_fd) dup2(service->uevent_fd, fd);
     }
-    sim::sendKernelUevent(kEvent);
-    await("log E UEventWorker [SNAPSHOT-HAL] epoll_wait failed, errno = 22");
+    sim::sendKernelUevent(sim::dropEvent());
+    await("epoll_wait failed, errno = 22");
     service->worker.join();
     workerEnded();
 }

@@ -1,7 +1,5 @@
 #include "fbo/utils/Utils.h"
 
-#include <stdexcept>
-
 #include "Phone.h"
 #include "sim/Clock.h"
 
@@ -9,183 +7,122 @@ namespace {
 
 const std::string kQcom = "/sys/bus/platform/drivers/ufshcd-qcom/1d84000.ufshc";
 const std::string kMtk = "/sys/bus/platform/drivers/ufshcd-mtk/112b0000.ufshci";
+const std::string kFind = "getFeatureDevicePath /ufsfbo/";
 
-TEST_F(Phone, FindsTheQualcommControllerOnce) {
-    start("ufs40:samsung");
-    EXPECT_EQ(getFeatureDevicePath("/ufsfbo/"), kQcom + "/ufsfbo/");
-    // Found once, it is not looked for again.
-    set("fault.ufshcd-qcom", "missing");
-    EXPECT_EQ(getFeatureDevicePath("/ufseua/"), kQcom + "/ufseua/");
-    EXPECT_EQ(getFeatureDevicePath(""), kQcom);
-    EXPECT_TRUE(events().empty());
-}
-
-struct PropertyCase {
-    const char* device;
-    const std::string& controller;
-};
-
-void PrintTo(const PropertyCase& row, std::ostream* out) {
-    *out << row.device;
-}
-
-class Controller : public Phone, public testing::WithParamInterface<PropertyCase> {};
-
-TEST_P(Controller, IsPickedByTheProperty) {
-    start(std::string("ufs40:samsung,") + GetParam().device);
-    EXPECT_EQ(getFeatureDevicePath("/ufsfbo/"), GetParam().controller + "/ufsfbo/");
-}
-
-INSTANTIATE_TEST_SUITE_P(, Controller,
-                         testing::Values(PropertyCase{"platform=mtk", kMtk},
+INSTANTIATE_TEST_SUITE_P(Controller, FreshPhone,
+                         testing::Values(Row{"ufs40:samsung,platform=mtk", kFind,
+                                             kMtk + "/ufsfbo/"},
                                          // Not set at all.
-                                         PropertyCase{"hardware=", kQcom},
-                                         PropertyCase{"platform=mtk,hardware=qcom2", kMtk}));
+                                         Row{"ufs40:samsung,hardware=", kFind, kQcom + "/ufsfbo/"},
+                                         Row{"ufs40:samsung,platform=mtk,hardware=qcom2", kFind,
+                                             kMtk + "/ufsfbo/"}));
 
-struct SearchFailure {
-    const char* name;
-    const char* missing;
-    const char* line;
-};
-
-void PrintTo(const SearchFailure& row, std::ostream* out) {
-    *out << row.missing;
+TEST_F(Phone, FindsTheControllerOnce) {
+    start("ufs40:samsung");
+    expect({{"", kFind, kQcom + "/ufsfbo/"},
+            {"fault.ufshcd-qcom=missing", "getFeatureDevicePath /ufseua/", kQcom + "/ufseua/"},
+            {"", "getFeatureDevicePath ", kQcom}});
 }
 
-class SearchFails : public Phone, public testing::WithParamInterface<SearchFailure> {};
+constexpr char kNoDriver[] = "ufs40:samsung,fault.ufshcd-qcom=missing";
+constexpr char kNoDevice[] = "ufs40:samsung,fault.1d84000.ufshc=missing";
 
-/** A failed search is remembered: every later look-up raises, that of any method too. */
-TEST_P(SearchFails, OnceAndForAll) {
-    const SearchFailure& row = GetParam();
-    start("ufs40:samsung");
-    set(std::string("fault.") + row.missing, "missing");
-    EXPECT_EQ(getFeatureDevicePath("/ufsfbo/"), std::nullopt);
-    EXPECT_EQ(events(), std::vector<std::string>{row.line});
-    set(std::string("fault.") + row.missing, "none");
-    EXPECT_THROW(getFeatureDevicePath("/ufsfbo/"), std::bad_optional_access);
-    EXPECT_THROW(service->FBO_isSupport(), std::bad_optional_access);
-    EXPECT_THROW(trigger("1,2,"), std::bad_optional_access);
-    EXPECT_TRUE(service->SnapShot_isSupport());
+class NoController : public FreshPhone {};
+
+/** What each function makes of it. A failed search is remembered: every later look-up raises. */
+TEST_P(NoController, IsAnAnswerOnce) {
+    const Row& row = GetParam();
+    start(row.settings);
+    expect({{"", row.call, row.answer, "", row.log}});
+    set("fault.ufshcd-qcom=none,fault.1d84000.ufshc=none");
+    expect({{"", row.call, "bad_optional_access"}, {"", "SnapShot_isSupport", "true"}});
 }
 
 INSTANTIATE_TEST_SUITE_P(
-        , SearchFails,
-        testing::Values(SearchFailure{"NoDriver", "ufshcd-qcom",
-                                      "log E getFeatureDevicePath [FBO-HAL] Cannot open "
-                                      "/sys/bus/platform/drivers/ufshcd-qcom/, not an UFS device?"},
-                        SearchFailure{
-                                "NoDevice", "1d84000.ufshc",
-                                "log E getFeatureDevicePath [FBO-HAL] Cannot find UFS platform "
-                                "device, not an UFS device?"}),
-        [](const auto& info) { return info.param.name; });
+        , NoController,
+        testing::Values(
+                Row{kNoDriver, kFind, "none", "",
+                    "E getFeatureDevicePath [FBO-HAL] Cannot open /sys"},
+                Row{kNoDevice, kFind, "none", "", "E getFeatureDevicePath [FBO-HAL] Cannot find"},
+                Row{kNoDriver, "FBO_isSupport", "false"}, Row{kNoDriver, "FBO_isUFS31", "false"},
+                Row{kNoDriver, "FBO_Get_MaxLBACount", "0 -"},
+                Row{kNoDriver, "FBO_Get_MinLBASize", "invalid_argument"},
+                Row{kNoDriver, "UFS40_FBO_Imp 1,2", "0 - -"},
+                Row{kNoDriver, "UFS31_FBO_Imp 1,2", "0 - -"},
+                Row{kNoDriver, "record_cmd_fail fbo_err_cnt|1", ""},
+                // "Supported", and then nothing to do.
+                Row{kNoDriver, "FBO2_Support_Linear_Mapping", "true - -"},
+                Row{kNoDriver, "FBO2_Linear_Mapping 1|2", "0"},
+                // Only the trigger's first look-up is answered; that of the zone raises.
+                Row{kNoDriver, "FBO_trigger 1,2,", "bad_optional_access", "", "fbo_max_lrc is 0."},
+                Row{kNoDriver, "EUA_isSupport", "false"},
+                Row{kNoDriver, "EUA_SupportSize", "bad_optional_access"},
+                Row{kNoDriver, "EUA_SendEraseCmd 1,2", "false"},
+                Row{kNoDriver, "EUA_GetFreeSpaceAPECycle", "", "", "GetFreeSpaceAPECycle is  "},
+                Row{kNoDriver, "checkDisableEuaPolicy", "false"},
+                Row{kNoDriver, "SnapShot_startBackup", "false"},
+                Row{kNoDriver, "SnapShot_startDrop", "false"},
+                Row{kNoDriver, "SnapShot_getStatus", "0"}));
 
 TEST_F(Phone, ReadsTheFirstWordOfAFile) {
     start("ufs40:samsung");
-    const std::string path = kQcom + "/ufsfbo/fbo_min_lrs";
-    std::string word = "before";
-    const std::pair<std::string, std::string> kTexts[] = {
-            {"", "before"},   {" \n\t ", "before"}, {"one\n", "one"}, {"\n\v two three", "two"},
-            {"four", "four"},
-    };
-    for (const auto& [text, expected] : kTexts) {
-        set("node.fbo_min_lrs", text);
-        EXPECT_TRUE(readFileToString(path, word));
-        EXPECT_EQ(word, expected);
-    }
+    const std::string read = "readFileToString " + kQcom + "/ufsfbo/fbo_min_lrs";
+    const std::string text = "node.fbo_min_lrs=";
     // A word can be longer than what is read at once.
-    set("node.fbo_min_lrs", std::string(10000, 'x') + " y");
-    EXPECT_TRUE(readFileToString(path, word));
-    EXPECT_EQ(word, std::string(10000, 'x'));
-    set("fault.fbo_min_lrs", "read-error");
-    EXPECT_TRUE(readFileToString(path, word));
-    set("fault.fbo_min_lrs", "missing");
-    EXPECT_FALSE(readFileToString(path, word));
-    EXPECT_EQ(word.size(), 10000u);
-    EXPECT_TRUE(logged("E readFileToString Open " + path + " Fail"));
+    const std::string word(10000, 'x');
+    expect({{text, read, "true -"},
+            {text + " \n\t ", read, "true -"},
+            {text + "one\n", read, "true one"},
+            {text + "\n\v two three", read, "true two"},
+            {text + "four", read, "true four"},
+            {text + word + " y", read, "true " + word},
+            {"fault.fbo_min_lrs=read-error", read, "true -"},
+            {"fault.fbo_min_lrs=missing", read, "false -", "", "E readFileToString Open /sys"}});
 }
 
-TEST_F(Phone, ReadsTheVendorWithItsBlanks) {
+TEST_F(Phone, ReadsVendorAndVolume) {
     start("ufs40:samsung");
-    std::string vendor = "before";
-    EXPECT_EQ(getUFSVendor(vendor), 9);
-    EXPECT_EQ(vendor, "SAMSUNG \n");
-    set("node.vendor", "ABCDEFGHIJKLM");
-    EXPECT_EQ(getUFSVendor(vendor), 10);
-    EXPECT_EQ(vendor, "ABCDEFGHIJ");
-    set("fault.vendor", "read-error");
-    EXPECT_EQ(getUFSVendor(vendor), -1);
-    EXPECT_TRUE(logged("E getUFSVendor [FBO-HAL] UFS Vendor node read fail"));
-    set("fault.vendor", "missing");
-    EXPECT_EQ(getUFSVendor(vendor), -1);
-    EXPECT_TRUE(logged("E getUFSVendor [FBO-HAL] UFS Vendor node open fail"));
-    EXPECT_EQ(vendor, "ABCDEFGHIJ");
-}
-
-TEST_F(Phone, NamesTheMapperOfUserdata) {
-    start("ufs40:samsung");
-    EXPECT_EQ(get_userdata_mapper(), "dm-5");
-    EXPECT_EQ(events(), std::vector<std::string>{
-                                "log I get_userdata_mapper [FBO-HAL] userdata: /dev/block/dm-5."});
-    set("userdata", "dm-6");
-    EXPECT_EQ(get_userdata_mapper(), "dm-6");
-    set("userdata", "/" + std::string(509, 'x'));
-    EXPECT_EQ(get_userdata_mapper(), std::string(509, 'x'));
-    events();
-    set("userdata", "/" + std::string(510, 'x'));
-    EXPECT_EQ(get_userdata_mapper(), "");
-    set("fault.userdata", "missing");
-    EXPECT_EQ(get_userdata_mapper(), "");
-    EXPECT_EQ(events(),
-              std::vector<std::string>(2, "log E get_userdata_mapper [FBO-HAL] readlink fail."));
+    const std::string link(509, 'x');
+    expect({{"", "getUFSVendor", "9 SAMSUNG \n"},
+            {"node.vendor=ABCDEFGHIJKLM", "getUFSVendor", "10 ABCDEFGHIJ"},
+            {"fault.vendor=read-error", "getUFSVendor", "-1 -", "", "node read fail"},
+            {"fault.vendor=missing", "getUFSVendor", "-1 -", "", "node open fail"},
+            {"", "get_userdata_mapper", "dm-5", "", "userdata: /dev/block/dm-5."},
+            {"userdata=dm-6", "get_userdata_mapper", "dm-6"},
+            {"userdata=/" + link, "get_userdata_mapper", link},
+            {"userdata=/x" + link, "get_userdata_mapper", "", "", "readlink fail"},
+            {"fault.userdata=missing", "get_userdata_mapper", "", "", "readlink fail"}});
 }
 
 TEST_F(Phone, MeasuresTheFreeSpace) {
     start("ufs40:samsung");
-    struct {
-        int total;
-        int free;
-        int nominal;
-        int ratio;
-    } const kRows[] = {{31, 30, 0, 0},    {32, 31, 64, 48},       {60, 16, 64, 25},
-                       {64, 64, 128, 50}, {230, 80, 256, 31},     {256, 0, 512, 0},
-                       {512, 1, 1024, 0}, {1023, 1000, 1024, 97}, {1024, 900, 0, 0}};
+    // Size and free space in GiB, the size that they are reckoned to be of, and the percentage.
+    const struct {
+        int total, free, nominal, ratio;
+    } kRows[] = {{31, 30, 0, 0},    {32, 31, 64, 48},       {60, 16, 64, 25},
+                 {64, 64, 128, 50}, {230, 80, 256, 31},     {256, 0, 512, 0},
+                 {512, 1, 1024, 0}, {1023, 1000, 1024, 97}, {1024, 900, 0, 0}};
     for (const auto& row : kRows) {
         set("userdata_gib", std::to_string(row.total));
         set("userdata_free_gib", std::to_string(row.free));
-        EXPECT_EQ(getUserFreeSpaceInfo(), row.ratio);
-        EXPECT_TRUE(logged("I getUserFreeSpaceInfo [UTILS-HAL] freeSizeG:" +
-                           std::to_string(row.free) + ", totalSizeG:" + std::to_string(row.total) +
-                           ", ufssize:" + std::to_string(row.nominal) +
-                           ", ratio:" + std::to_string(row.ratio)));
+        expect({{"", "getUserFreeSpaceInfo", std::to_string(row.ratio), "",
+                 "freeSizeG:" + std::to_string(row.free) + ", totalSizeG:" +
+                         std::to_string(row.total) + ", ufssize:" + std::to_string(row.nominal) +
+                         ", ratio:" + std::to_string(row.ratio)}});
     }
-    set("fault.0", "missing");
-    EXPECT_EQ(getUserFreeSpaceInfo(), 0);
-    EXPECT_TRUE(logged("E getUserFreeSpaceInfo [UTILS-HAL] getUserSpaceInfo fail."));
+    expect({{"fault.0=missing", "getUserFreeSpaceInfo", "0", "", "getUserSpaceInfo fail."}});
 }
 
-TEST_F(Phone, DropsThePageCache) {
+TEST_F(Phone, DropsThePageCacheAndSpins) {
     start("ufs40:samsung");
-    EXPECT_EQ(drop_caches(0), 0);
-    EXPECT_EQ(drop_caches(-1), 0);
-    EXPECT_TRUE(events().empty());
-    EXPECT_EQ(drop_caches(2), 0);
-    EXPECT_EQ(events(), lines("write drop_caches \"3\\n\"\nsleep 1\n"
-                              "write drop_caches \"3\\n\"\nsleep 1"));
-    set("fault.drop_caches", "write-error");
-    EXPECT_EQ(drop_caches(1), 0);
-    set("fault.drop_caches", "unwritable");
-    EXPECT_EQ(drop_caches(1), -1);
-    EXPECT_TRUE(logged("E drop_caches [UTILS-HAL] drop_caches fail"));
-}
-
-TEST_F(Phone, SpinsUntilTheTimeHasPassed) {
-    start("ufs40:samsung");
+    expect({{"", "drop_caches 0", "0"},
+            {"", "drop_caches -1", "0"},
+            {"", "drop_caches 2", "0", "(drop_caches=3 +1)*2"},
+            {"fault.drop_caches=write-error", "drop_caches 1", "0", "drop_caches=3! +1"},
+            {"fault.drop_caches=unwritable", "drop_caches 1", "-1"}});
     sim::setTick(1);
-    delay_work_timer(3);
-    EXPECT_EQ(events(),
-              lines("log I delay_work_timer [FBO-HAL] start time: 1700000001, delay time is 3\n"
-                    "log I delay_work_timer [FBO-HAL] current time is 1700000004.\n"
-                    "log I delay_work_timer [FBO-HAL] delay work exit"));
+    expect({{"", "delay_work_timer 3", "", "", "start time: 1700000004, delay time is 3"},
+            {"", "delay_work_timer 3", "", "", "current time is 1700000011."}});
 }
 
 TEST_F(Phone, TheServiceIsCastToItsInterfaceAndAStrangerIsNot) {
