@@ -3,6 +3,9 @@
 
 namespace {
 
+const std::string kRead = "getUFSPEcycleALevelToNum";
+const std::string kAsk = "FBO_isSupport";
+
 TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
     const std::pair<const char*, std::vector<int>> kMakers[] = {
             {"SAMSUNG ", {0, 19, 50, 71, 106, 143, 192, 192, 486, 486, 486}},
@@ -16,7 +19,7 @@ TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
     EXPECT_TRUE(service->level_to_num.empty());
     for (const auto& [vendor, levels] : kMakers) {
         set("node.vendor", vendor);
-        EXPECT_EQ(call("getUFSPEcycleALevelToNum"), "1024");
+        EXPECT_EQ(call(kRead), "1024");
         ASSERT_EQ(service->level_to_num.size(), levels.size());
         for (int i = 0; i < 11; ++i) EXPECT_EQ(service->level_to_num[i], levels[i]) << vendor << i;
     }
@@ -28,26 +31,23 @@ TEST_F(Phone, ReadsTheWearInTheMakersOwnField) {
         const char* vendor;
         Maker maker;
         uint32_t cycles, tbw;
-        int32_t wear;
-    } kRows[] = {
-            {"SAMSUNG", Maker::kSamsung, 0x01020304, 0, 0x01020304},
-            {"MICRON", Maker::kMicron, 0x01020304, 0, 0x01020304},
-            {"KIOXIA", Maker::kKioxia, 0xfffffffe, 0, -2},
-            {"WDC", Maker::kWdc, 0x01020304, 0, 0x01020304},
-            // The older field of SKhynix, until any byte of what has been written is not 0.
-            {"SKhynix", Maker::kSkHynix, 0xfedc, 0, 0xfedc},
-            {"SKhynix", Maker::kSkHynix, 0xfedc, 1, 0xfedc},
-            {"SKhynix", Maker::kSkHynix, 0x0102, 0x100, 0x0102},
-            {"SKhynix", Maker::kSkHynix, 0x0102, 0x10000, 0x0102},
-            {"SKhynix", Maker::kSkHynix, 0x0102, 0x1000000, 0x0102},
-    };
+    } kRows[] = {{"SAMSUNG", Maker::kSamsung, 0x01020304, 0},
+                 {"MICRON", Maker::kMicron, 0x01020304, 0},
+                 {"KIOXIA", Maker::kKioxia, 0xfffffffe, 0},
+                 {"WDC", Maker::kWdc, 0x01020304, 0},
+                 // The older field of SKhynix, until any byte of what was written is not 0.
+                 {"SKhynix", Maker::kSkHynix, 0xfedc, 0},
+                 {"SKhynix", Maker::kSkHynix, 0xfedc, 1},
+                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x100},
+                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x10000},
+                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x1000000}};
     start("ufs40:samsung");
     EXPECT_EQ(service->pe_cycle, -2);
     for (const auto& row : kRows) {
         set("node.hr", sim::healthReport(row.maker, row.cycles, row.tbw));
-        expect({{std::string("node.vendor=") + row.vendor, "getUFSPEcycleALevelToNum", "1024", "",
+        expect({{std::string("node.vendor=") + row.vendor, kRead, "1024", "",
                  row.tbw != 0 ? "the tbw != 0" : "!tbw"}});
-        EXPECT_EQ(service->pe_cycle, row.wear) << row.vendor << row.tbw;
+        EXPECT_EQ(service->pe_cycle, static_cast<int32_t>(row.cycles)) << row.vendor << row.tbw;
     }
 }
 
@@ -63,7 +63,7 @@ TEST_F(Phone, DecodesADamagedReport) {
             {"", "0", 0},
             {std::string(2 * 156, '0') + "aBcDeF01" + std::string(3000, '5'), "1024", 0xabcdef01}};
     for (const auto& row : kRows) {
-        expect({{"node.hr=" + row.report, "getUFSPEcycleALevelToNum", row.answer}});
+        expect({{"node.hr=" + row.report, kRead, row.answer}});
         EXPECT_EQ(static_cast<uint32_t>(service->pe_cycle), row.wear);
     }
 }
@@ -71,38 +71,31 @@ TEST_F(Phone, DecodesADamagedReport) {
 TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
     start("ufs40:samsung");
     // Unknown wear does not refuse, and is asked for again.
-    expect({{"fault.vendor=missing", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
-            {"fault.hr=missing", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
-            {"fault.hr=read-error", "FBO_isSupport", "true", "", "get ufs pecycle info fail"},
-            {"fault.hr=read-error", "getUFSPEcycleALevelToNum", "-1"},
-            {"node.vendor=NOBODY,wear=2400", "FBO_isSupport", "true", "", "!pecycle info fail"},
-            {"node.vendor=NOBODY", "getUFSPEcycleALevelToNum", "1024", "", "pe_cycle: -2"},
-            {"wear=2399", "FBO_isSupport", "true", "", "!pecycle info fail"},
+    expect({{"fault.vendor=missing;fault.hr=missing;fault.hr=read-error", kAsk, "true", "",
+             "get ufs pecycle info fail"},
+            {"fault.hr=read-error", kRead, "-1"},
+            {"node.vendor=NOBODY,wear=2400", kAsk, "true", "", "!pecycle info fail"},
+            {"node.vendor=NOBODY", kRead, "1024", "", "pe_cycle: -2"},
+            {"wear=2399", kAsk, "true", "", "!pecycle info fail"},
             // Read once and remembered, as long as both are there.
-            {"wear=2400", "FBO_isSupport", "true", "", "!pe_cycle"}});
+            {"wear=2400", kAsk, "true", "", "!pe_cycle"}});
     service->level_to_num.clear();
-    expect({{"", "FBO_isSupport", "false", "", "!FBO support."},
-            {"wear=5", "FBO_isSupport", "false"}});
+    expect({{";wear=5", kAsk, "false", "", "!FBO support."}});
     service->pe_cycle = -2;
-    expect({{"wear=-1", "FBO_isSupport", "true"},
-            {"node.fbo_support=0\n", "FBO_isSupport", "false", "", "device does not fbo"},
-            {"node.fbo_support=", "FBO_isSupport", "false"},
-            {"node.fbo_support= 1", "FBO_isSupport", "false"},
-            {"node.fbo_support=2", "FBO_isSupport", "false"},
-            {"node.fbo_support=12", "FBO_isSupport", "true"},
-            {"fault.fbo_support=read-error", "FBO_isSupport", "false"},
-            {"fault.fbo_support=missing", "FBO_isSupport", "false", "", "Failed to open"}});
+    expect({{"wear=-1", kAsk, "true"},
+            {"node.fbo_support=0;node.fbo_support=;node.fbo_support= 1;node.fbo_support=2;"
+             "fault.fbo_support=read-error",
+             kAsk, "false", "", "device does not fbo"},
+            {"node.fbo_support=12", kAsk, "true"},
+            {"fault.fbo_support=missing", kAsk, "false", "", "Failed to open"}});
 }
 
 TEST_F(Phone, ReadsGenerationAndLimits) {
     start("ufs40:samsung,ranges=99");
-    expect({{"node.is_ufs31=1\n", "FBO_isUFS31", "true", "", "3.1 version"},
-            {"node.is_ufs31=01", "FBO_isUFS31", "true"},
-            {"node.is_ufs31= +1x", "FBO_isUFS31", "true"},
-            {"", "FBO_isUFS31", "false", "", "!3.1 version"},
-            {"node.is_ufs31=11", "FBO_isUFS31", "false"},
+    expect({{"node.is_ufs31=1\n;node.is_ufs31=01;node.is_ufs31= +1x", "FBO_isUFS31", "true", "",
+             "3.1 version"},
+            {";node.is_ufs31=11;fault.is_ufs31=unreadable", "FBO_isUFS31", "false", "", "!version"},
             {"node.is_ufs31=", "FBO_isUFS31", "invalid_argument"},
-            {"fault.is_ufs31=unreadable", "FBO_isUFS31", "false"},
             {"", "FBO_Get_MinLBASize", "1"},
             {"node.fbo_min_lrs=4294967296", "FBO_Get_MinLBASize", "out_of_range"},
             {"fault.fbo_min_lrs=missing", "FBO_Get_MinLBASize", "-1"},

@@ -74,12 +74,11 @@ TEST_F(Phone, EuaAnswersAreNumbers) {
     start("ufs40:samsung");
     expect({{"node.eua_support=01 2", "EUA_isSupport", "true"},
             {"node.eua_support=2", "EUA_isSupport", "false"},
-            {"node.eua_support=", "EUA_isSupport", "invalid_argument"},
-            {"node.eua_support=yes", "EUA_isSupport", "invalid_argument"},
+            {"node.eua_support=;node.eua_support=yes", "EUA_isSupport", "invalid_argument"},
             {"node.eua_support_size=-7x", "EUA_SupportSize", "-7"},
             {"node.eua_support_size=0x10", "EUA_SupportSize", "0"},
-            {"node.eua_support_size=", "EUA_SupportSize", "invalid_argument"},
-            {"node.eua_support_size=yes", "EUA_SupportSize", "invalid_argument"},
+            {"node.eua_support_size=;node.eua_support_size=x", "EUA_SupportSize",
+             "invalid_argument"},
             {"node.eua_support_size=2147483648", "EUA_SupportSize", "out_of_range"}});
 }
 

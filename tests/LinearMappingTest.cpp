@@ -30,11 +30,10 @@ TEST_F(Phone, AsksWhetherToMapLinearly) {
             // Words, not numbers.
             {"node.fbo2_linear_mapping_start= 0x10 rest", ask, "true 0x10 262144"},
             {"node.fbo2_linear_mapping_end=", ask, "true 0 -"},
-            {"fault.fbo2_linear_map_state=missing", ask, "false - -"},
-            {"fault.fbo2_linear_mapping_start=missing", ask, "false - -"},
+            {"fault.fbo2_linear_map_state=missing;fault.fbo2_linear_mapping_start=missing;"
+             "node.fbo2_linear_map_state=0;node.fbo2_linear_map_state=2",
+             ask, "false - -"},
             {"fault.fbo2_linear_mapping_end=missing", ask, "false 0 -"},
-            {"node.fbo2_linear_map_state=0", ask, "false - -"},
-            {"node.fbo2_linear_map_state=2", ask, "false - -"},
             {"node.fbo2_linear_map_state=yes", ask, "invalid_argument"}});
     // A stop does not shorten a mapping.
     expect({{"mapping=9", "FBO_stateCtl stop", "stop"}, {"", kMap, "0", kSent + " +9"}});

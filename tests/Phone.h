@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,7 +13,10 @@
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 
-/** The function that a test wants called, and what comes of it. */
+/**
+ * The function that a test wants called, and what comes of it. Settings and calls may be several,
+ * with ";" between: then each is tried with each, and the same has to come of it every time.
+ */
 struct Row {
     /** What the device is set to for this call: "KEY=VALUE,KEY=VALUE". */
     std::string settings;
@@ -51,8 +53,7 @@ std::string logOf(const sim::Trace& trace);
 
 /**
  * A test on a simulated phone. The phone, like the library's own state, is the process's: every
- * test runs in a process of its own. In the end no descriptor may be left open and no node have
- * been written that the service has no business with.
+ * test runs in a process of its own. In the end no descriptor may be left open.
  */
 class Phone : public testing::Test {
   protected:
