@@ -1,4 +1,4 @@
-#include "Calls.h"
+#include "Phone.h"
 
 #include <algorithm>
 #include <functional>
@@ -18,8 +18,6 @@
 #include "fbo/snapshot/BootLun.h"
 #include "fbo/snapshot/SnapshotPolicy.h"
 #include "fbo/utils/Utils.h"
-
-using namespace vendor::nivora::hardware::fbo::implementation;
 
 namespace {
 

@@ -3,82 +3,58 @@
  * just started. What a service remembers is its process's, so each service is a process of its own.
  */
 
+#include <android/log.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <android/log.h>
-
 #include <atomic>
-#include <functional>
-#include <iterator>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "Calls.h"
-#include "fbo/Fbo.h"
+#include "Phone.h"
 #include "fbo/Globals.h"
 #include "fbo/snapshot/Snapshot.h"
-#include "sim/Simulator.h"
 #include "sim/Uevent.h"
-
-using namespace vendor::nivora::hardware::fbo::implementation;
 
 namespace {
 
-constexpr int kServices = 300;
+constexpr size_t kServices = 300;
 constexpr size_t kThreads = 8;
 constexpr size_t kCallsOfAThread = 3;
 
 /** The calls that clients make first, and their answers. */
 const std::pair<const char*, const char*> kCalls[] = {
-        {"FBO_isSupport", "true"},
-        {"EUA_GetFreeSpaceAPECycle", "120:1"},
-        {"SnapShot_getStatus", "0"},
-        {"EUA_SupportSize", "65536"},
-        {"SnapShot_startDrop", "true"},
-        {"FBO_VersionCtrl V:1.0,1.0:ON", "true"},
-        // The worker asks for the status too.
-        {"the drop event", ""},
-};
-
-std::string answerOf(Fbo& service, const std::string& call) {
-    if (call != "the drop event") return callByName(service, call);
-    sim::sendKernelUevent(sim::dropEvent());
-    return "";
-}
-
-/** Has every thread run `work`, with its number, all at the same moment. */
-void atOnce(const std::function<void(size_t thread)>& work) {
-    std::atomic<size_t> ready = 0;
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            ++ready;
-            while (ready < kThreads) std::this_thread::yield();
-            work(i);
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-}
+        {"FBO_isSupport", "true"},      {"EUA_GetFreeSpaceAPECycle", "120:1"},
+        {"SnapShot_getStatus", "0"},    {"EUA_SupportSize", "65536"},
+        {"SnapShot_startDrop", "true"}, {"FBO_VersionCtrl V:1.0,1.0:ON", "true"}};
 
 /**
- * Runs `serve` on a fresh service, in a process of its own.
- *
- * @return what `serve` returns, or -1 if the service died.
+ * Makes a service in a process of its own and has every thread run `work` on it, with the thread's
+ * number, all at the same moment; then `check`. An expectation may fail there too.
  */
-int onFreshService(const std::function<int(Fbo& service)>& serve) {
+void onFreshService(const std::function<void(Fbo& service, size_t thread)>& work,
+                    const std::function<void(Fbo& service)>& check = {}) {
     const pid_t child = fork();
     if (child == 0) {
         const android::sp<Fbo> service = new Fbo;
         sim::awaitListeners(1);
-        _exit(serve(*service));
+        std::atomic<size_t> ready = 0;
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] {
+                ++ready;
+                while (ready < kThreads) std::this_thread::yield();
+                work(*service, i);
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        if (check) check(*service);
+        fflush(stdout);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    EXPECT_TRUE(WIFEXITED(status)) << "the service died";
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 extern "C" __attribute__((weak)) void __sanitizer_symbolize_global(void* data, const char* format,
@@ -111,61 +87,52 @@ void setNewWords(sim::Simulator& phone, int count) {
 
 TEST(Concurrency, FirstCallsMayCoincide) {
     QuietPhone phone("ufs40:micron");
-    for (int i = 0; i < kServices && !HasFailure(); ++i) {
+    for (size_t i = 0; i < kServices && !HasFailure(); ++i) {
         setNewWords(phone, 40);
-        const int wrong = onFreshService([i](Fbo& service) {
-            std::atomic<int> wrong = 0;
-            atOnce([&](size_t thread) {
-                for (size_t j = 0; j < kCallsOfAThread; ++j) {
-                    const size_t call = (i + thread + j) % std::size(kCalls);
-                    const auto& [name, answer] = kCalls[call];
-                    if (answerOf(service, name) != answer) wrong = static_cast<int>(call) + 1;
+        onFreshService([i](Fbo& service, size_t thread) {
+            for (size_t j = 0; j < kCallsOfAThread; ++j) {
+                const size_t call = (i + thread + j) % (std::size(kCalls) + 1);
+                if (call == std::size(kCalls)) {
+                    // The worker asks for the status too.
+                    sim::sendKernelUevent(sim::dropEvent());
+                } else {
+                    EXPECT_EQ(callByName(service, kCalls[call].first), kCalls[call].second);
                 }
-            });
-            return wrong.load();
+            }
         });
-        ASSERT_GE(wrong, 0) << "service " << i << " died";
-        ASSERT_EQ(wrong, 0) << "service " << i << ": " << kCalls[wrong - 1].first;
     }
 }
 
 /** The wear is read, and unknown words are entered, again and again on all threads. */
 TEST(Concurrency, WhatIsRememberedStaysWhole) {
-    constexpr int kRounds = 200;
-    QuietPhone phone("ufs40:micron");
+    constexpr size_t kRounds = 200;
     constexpr size_t kWords = kThreads * kRounds;
-    enum { kWhole, kLevelsLost, kWordsLost };
-    for (int i = 0; i < kServices / 50; ++i) {
+    QuietPhone phone("ufs40:micron");
+    const size_t known = snapshotStatusMap.size();
+    for (size_t i = 0; i < kServices / 50; ++i) {
         setNewWords(phone, kWords);
-        const int outcome = onFreshService([](Fbo& service) {
-            const size_t known = snapshotStatusMap.size();
-            atOnce([&](size_t) {
-                for (int i = 0; i < kRounds; ++i) {
-                    service.SnapShot_getStatus();
-                    if (i % 4 == 0) service.getUFSPEcycleALevelToNum();
-                }
-            });
-            if (service.level_to_num.size() != 11) return kLevelsLost;
-            return snapshotStatusMap.size() == known + kWords ? kWhole : kWordsLost;
-        });
-        EXPECT_EQ(outcome, kWhole);
+        onFreshService(
+                [](Fbo& service, size_t) {
+                    for (size_t i = 0; i < kRounds; ++i) {
+                        service.SnapShot_getStatus();
+                        if (i % 4 == 0) service.getUFSPEcycleALevelToNum();
+                    }
+                },
+                [known](Fbo& service) {
+                    EXPECT_EQ(service.level_to_num.size(), 11u);
+                    EXPECT_EQ(snapshotStatusMap.size(), known + kWords);
+                });
     }
 }
 
 /** Runs that share a device disturb each other, and each gets an answer all the same. */
 TEST(Concurrency, TriggersMayCoincide) {
     QuietPhone phone("ufs40:micron,analysis=0,optimise=0");
-    for (int i = 0; i < kServices / 10 && !HasFailure(); ++i) {
-        const int wrong = onFreshService([](Fbo& service) {
-            std::atomic<int> wrong = 0;
-            atOnce([&](size_t thread) {
-                const std::string range = std::to_string(thread * 1000) + ",8,";
-                if (callByName(service, "FBO_trigger " + range + range).compare(0, 4, "Fbo:") != 0)
-                    ++wrong;
-            });
-            return wrong.load();
+    for (size_t i = 0; i < kServices / 10 && !HasFailure(); ++i) {
+        onFreshService([](Fbo& service, size_t thread) {
+            const std::string range = std::to_string(thread * 1000) + ",8,";
+            EXPECT_EQ(callByName(service, "FBO_trigger " + range + range).substr(0, 4), "Fbo:");
         });
-        EXPECT_EQ(wrong, 0) << "service " << i << (wrong < 0 ? " died" : ": answers are missing");
     }
 }
 

@@ -10,7 +10,6 @@
 
 #include <android/log.h>
 
-#include "Calls.h"
 #include "fbo/Globals.h"
 #include "host/LogSink.h"
 #include "sim/Clock.h"
@@ -123,7 +122,7 @@ void Phone::start(const std::string& device) {
         }
         if (action) action();
     });
-    descriptors_ = openDescriptors();
+    descriptors_ = openDescriptors().size();
     service = serve<Fbo>();
 }
 
@@ -135,25 +134,16 @@ void Phone::waitForWorker() {
 
 void Phone::TearDown() {
     if (!phone_) return;
-    EXPECT_EQ(openDescriptors().size(), descriptors_.size() + 2 * workers_)
-            << "descriptors left open";
+    EXPECT_EQ(openDescriptors().size(), descriptors_ + 2 * workers_) << "descriptors left open";
     host::setLogSink(nullptr);
 }
 
-std::vector<int> Phone::openDescriptors() const {
+std::vector<int> Phone::openDescriptors() {
     std::vector<int> open;
     for (int fd = 0; fd < 256; ++fd) {
         if (fcntl(fd, F_GETFD) >= 0) open.push_back(fd);
     }
     return open;
-}
-
-std::vector<int> Phone::serviceDescriptors() const {
-    const std::vector<int> open = openDescriptors();
-    std::vector<int> added;
-    std::set_difference(open.begin(), open.end(), descriptors_.begin(), descriptors_.end(),
-                        std::back_inserter(added));
-    return added;
 }
 
 void Phone::set(const std::string& settings) {

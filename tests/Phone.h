@@ -20,7 +20,7 @@ using namespace vendor::nivora::hardware::fbo::implementation;
 struct Row {
     /** What the device is set to for this call: "KEY=VALUE,KEY=VALUE". */
     std::string settings;
-    /** See Phone::call(). */
+    /** See callByName(). */
     std::string call;
     /**
      * What the call returns, or the error that escapes it. Behind that, " r2 f1": what it has added
@@ -48,6 +48,13 @@ constexpr char kAny[] = "*";
  */
 std::string effectsOf(const sim::Trace& trace);
 
+/**
+ * Calls a function of the library, or a method of `service`: "NAME ARGUMENT|ARGUMENT…", less the
+ * output arguments. Returns what it returns, what it answers and its output arguments, "-" for one
+ * that it left alone; or the name of the error that it raises.
+ */
+std::string callByName(Fbo& service, const std::string& call);
+
 /** The log lines of a trace, a line each: "PRIORITY FUNCTION TEXT". */
 std::string logOf(const sim::Trace& trace);
 
@@ -69,10 +76,7 @@ class Phone : public testing::Test {
     /** What happened since the last call of this function. */
     sim::Trace events();
 
-    /**
-     * Calls a function of the library: "NAME ARGUMENTS". Returns its answer and what it has put in
-     * its output arguments, or the name of the error that it raises.
-     */
+    /** As callByName(), on the service made last. */
     std::string call(const std::string& text);
 
     /**
@@ -103,8 +107,8 @@ class Phone : public testing::Test {
         return made;
     }
 
-    /** The descriptors that the services have open: those of their workers. */
-    std::vector<int> serviceDescriptors() const;
+    /** The descriptors that this process has open. */
+    static std::vector<int> openDescriptors();
     /** The descriptors of one worker are gone. */
     void workerEnded() { --workers_; }
 
@@ -112,11 +116,10 @@ class Phone : public testing::Test {
     /** Waits until the worker of one more service listens. */
     void waitForWorker();
     void check(const Row& row);
-    std::vector<int> openDescriptors() const;
 
     std::unique_ptr<sim::Simulator> phone_;
     android::sp<Fbo> asked_;
-    std::vector<int> descriptors_;
+    size_t descriptors_ = 0;
     size_t workers_ = 0;
     /** Guards what the log's readers, on any thread, are to do. */
     std::mutex mutex_;
