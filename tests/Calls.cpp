@@ -43,6 +43,11 @@ std::string show(int value) {
     return value == kUntouched ? "-" : std::to_string(value);
 }
 
+template <typename Value>
+std::string show(const Return<Value>& value) {
+    return show(static_cast<Value>(value));
+}
+
 /** The value that a function is given for an argument of type `Argument`. */
 template <typename Argument>
 auto take(std::string& arguments, std::vector<std::string>& answers) {
@@ -81,10 +86,10 @@ std::string run(Function function, std::string arguments) {
     std::tuple<std::decay_t<Arguments>...> values{take<Arguments>(arguments, answers)...};
     std::apply(
             [&](auto&... value) {
-                if constexpr (std::is_void_v<Result>) {
+                if constexpr (std::is_void_v<Result> || std::is_same_v<Result, Return<void>>) {
                     function(value...);
                 } else {
-                    answers.push_back(show(static_cast<Result>(function(value...))));
+                    answers.push_back(show(function(value...)));
                 }
                 (showOutput<Arguments>(value, answers), ...);
             },
@@ -105,16 +110,6 @@ template <typename Result, typename... Arguments>
 Call toCall(Result (Fbo::*method)(Arguments...)) {
     return [method](Fbo& service, const std::string& arguments) {
         const auto call = [&](auto&... values) { return (service.*method)(values...); };
-        return run<Result, Arguments...>(call, arguments);
-    };
-}
-
-template <typename Result, typename... Arguments>
-Call toCall(Return<Result> (Fbo::*method)(Arguments...)) {
-    return [method](Fbo& service, const std::string& arguments) {
-        const auto call = [&](auto&... values) -> Result {
-            return static_cast<Result>((service.*method)(values...));
-        };
         return run<Result, Arguments...>(call, arguments);
     };
 }

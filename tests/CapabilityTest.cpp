@@ -27,44 +27,36 @@ TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
 
 TEST_F(Phone, ReadsTheWearInTheMakersOwnField) {
     using sim::Maker;
-    const struct {
-        const char* vendor;
-        Maker maker;
-        uint32_t cycles, tbw;
-    } kRows[] = {{"SAMSUNG", Maker::kSamsung, 0x01020304, 0},
-                 {"MICRON", Maker::kMicron, 0x01020304, 0},
-                 {"KIOXIA", Maker::kKioxia, 0xfffffffe, 0},
-                 {"WDC", Maker::kWdc, 0x01020304, 0},
-                 // The older field of SKhynix, until any byte of what was written is not 0.
-                 {"SKhynix", Maker::kSkHynix, 0xfedc, 0},
-                 {"SKhynix", Maker::kSkHynix, 0xfedc, 1},
-                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x100},
-                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x10000},
-                 {"SKhynix", Maker::kSkHynix, 0x0102, 0x1000000}};
+    // clang-format off
+    const struct { const char* vendor; Maker maker; uint32_t cycles, written; } kRows[] = {
+            {"SAMSUNG", Maker::kSamsung, 0x01020304, 0}, {"WDC", Maker::kWdc, 0x01020304, 0},
+            {"MICRON", Maker::kMicron, 0x01020304, 0}, {"KIOXIA", Maker::kKioxia, 0xfffffffe, 0},
+            // The older field of SKhynix, until any byte of what was written is not 0.
+            {"SKhynix", Maker::kSkHynix, 0xfedc, 0}, {"SKhynix", Maker::kSkHynix, 0xfedc, 1},
+            {"SKhynix", Maker::kSkHynix, 0x0102, 0x100}, {"SKhynix", Maker::kSkHynix, 0x0102, 0x10000},
+            {"SKhynix", Maker::kSkHynix, 0x0102, 0x1000000}};
+    // clang-format on
     start("ufs40:samsung");
     EXPECT_EQ(service->pe_cycle, -2);
     for (const auto& row : kRows) {
-        set("node.hr", sim::healthReport(row.maker, row.cycles, row.tbw));
+        set("node.hr", sim::healthReport(row.maker, row.cycles, row.written));
         expect({{std::string("node.vendor=") + row.vendor, kRead, "1024", "",
-                 row.tbw != 0 ? "the tbw != 0" : "!tbw"}});
-        EXPECT_EQ(service->pe_cycle, static_cast<int32_t>(row.cycles)) << row.vendor << row.tbw;
+                 row.written != 0 ? "the tbw != 0" : "!tbw"}});
+        EXPECT_EQ(service->pe_cycle, static_cast<int32_t>(row.cycles)) << row.vendor << row.written;
     }
 }
 
 /** What is missing or no number in the report repeats the byte before it. */
 TEST_F(Phone, DecodesADamagedReport) {
     start("ufs40:samsung");
-    const struct {
-        std::string report, answer;
-        uint32_t wear;
-    } kRows[] = {
+    const std::tuple<std::string, const char*, uint32_t> kRows[] = {
             {std::string(2 * 155, '0') + "7f", "312", 0x7f7f7f7f},
             {std::string(2 * 156, '0') + "01zz0003", "320", 0x01010003},
             {"", "0", 0},
             {std::string(2 * 156, '0') + "aBcDeF01" + std::string(3000, '5'), "1024", 0xabcdef01}};
-    for (const auto& row : kRows) {
-        expect({{"node.hr=" + row.report, kRead, row.answer}});
-        EXPECT_EQ(static_cast<uint32_t>(service->pe_cycle), row.wear);
+    for (const auto& [report, answer, wear] : kRows) {
+        expect({{"node.hr=" + report, kRead, answer}});
+        EXPECT_EQ(static_cast<uint32_t>(service->pe_cycle), wear);
     }
 }
 

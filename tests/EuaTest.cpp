@@ -8,11 +8,9 @@
 namespace {
 
 TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
-    const struct {
-        const char *device, *vendor, *product, *revision;
-        /** The row that matches; -1 for none. */
-        int row;
-    } kRows[] = {
+    // The phone, fields of the INQUIRY data, and the row that matches; -1 for none.
+    // clang-format off
+    const struct { const char *device, *vendor, *product, *revision; int row; } kRows[] = {
             // Without the property.
             {"", "MICRON", "MT256GBEAX4U40", "0203", -1},
             {"tarno", "SKhynix", "HN8T174EJKX075", "X202", 0},
@@ -20,10 +18,8 @@ TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
             {"tarno", "MICRON", "MT256GBEAX4U40", "0203", 1},
             {"tarno_eea", "MICRON", "MT001TAYAX8U40", "0203", 2},
             {"tarn", "MICRON", "MT001TAYAX8U40", "0203", -1},
-            {"belvane", "", "", "", 3},
-            {"belvane_in", "SAMSUNG", "SIMUFS40-S256", "0800", 3},
-            {"corvi", "WDC", "x", "y", 4},
-            {"Corvi", "WDC", "x", "y", -1},
+            {"belvane", "", "", "", 3}, {"belvane_in", "SAMSUNG", "SIMUFS40-S256", "0800", 3},
+            {"corvi", "WDC", "x", "y", 4}, {"Corvi", "WDC", "x", "y", -1},
             {"dravine", "SKhynix", "HN8T174EJKX075", "X202", 5},
             {"dravine", "SKhynix", "HN8T174EJKX075xx", "X204", 6},
             {"dravine", "SKhynix", "HN8T174EJKX07", "X204", -1},
@@ -33,6 +29,7 @@ TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
             {"fenlow", "MICRON", "MT256GBEAX4U40", "0203", 9},
             {"xtarno", "SKhynix", "HN8T174EJKX075", "X202", -1},
     };
+    // clang-format on
     start("ufs40:samsung,device=");
     for (const auto& row : kRows) {
         SCOPED_TRACE(std::string(row.device) + " " + row.vendor + " " + row.revision);
