@@ -59,12 +59,14 @@ std::string line(const sim::Event& event) {
     return std::string(1, event.priority) + " " + event.function + " " + event.text;
 }
 
-std::vector<std::string> split(std::string text, char separator) {
-    std::vector<std::string> parts;
-    for (size_t end = 0; end != std::string::npos; text.erase(0, end + 1)) {
-        end = text.find(separator);
-        parts.push_back(text.substr(0, end));
-        if (end == std::string::npos) break;
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
     }
     return parts;
 }

@@ -117,7 +117,7 @@ TEST_F(Phone, TheSumsAreOfTheMakersNumbers) {
             // Only the sums are compared, not the zones.
             {"SAMSUNG", "a813", "Fbo:129280:129280", true},
             {"MICRON", "1a00", "Fbo:256:256", true}, {"MICRON", "1111", "Fbo:512:512", false},
-            {"KIOXIA", "a0zz", "Fbo:131072:0", false},
+            {"KIOXIA", "a0zy", "Fbo:131072:0", false},
             // Without a table the levels count themselves.
             {"NOBODY", "a0\"\x1f", "Fbo:-1024:-4352", false}};
     // clang-format on
@@ -132,11 +132,14 @@ TEST_F(Phone, TheSumsAreOfTheMakersNumbers) {
         reports.pop_back();
         expect({{"node.fbo_get_lr_frag_level=" + reports, kTrigger + "1,2,3,4,", row.answer, kAny,
                  row.larger ? "the level becomes larger" : "!becomes larger"}});
-        // An unknown level is entered in the table.
-        EXPECT_EQ(service->level_to_num.count('z' - '0'), row.vendor[0] == 'K' ? 1u : 0u);
+        // Unknown levels are entered in the table.
+        EXPECT_EQ(service->level_to_num.size(), *row.vendor == 'N'   ? 0
+                                                : *row.vendor == 'K' ? 13
+                                                                     : 11);
     }
     service->level_to_num.clear();
-    expect({{"fault.hr=missing", kTrigger + "1,2,", "Fbo:0:0", kAny, "level to MB info fail"},
+    expect({{"ranges=2,fault.hr=missing", kTrigger + "70,2,90,2,", "Fbo:2560:256", kAny,
+             "to MB info fail"},
             {"", kTrigger + "1,2,", "Fbo:0:0", kAny, "LevelToNum is empty, use frag level."}});
 }
 
@@ -145,7 +148,9 @@ TEST_F(Phone, CountsAFailedZoneAndGoesOn) {
     expect({{"analysis_end=9/9/-1,ranges=2", kTrigger + "1,2,9,2,20,2,30,2,", "Fbo:124416:4864",
              kPrepared + "list=1,2,9,2 op=1 op=0 list=1,2,9,2 op=1 fbo_wholefile_enable=1- op=0 " +
                      zone("20,2,30,2") + " fbo_err_cnt=1 fbo_retry_cnt=1",
-             "!zone[1]"}});
+             "!zone[1]"},
+            // What it has reached by then counts.
+            {"analysis_end=-1/9", kTrigger + "40,2,60,2,", "Fbo:124416:0", kAny, "zone[0]: 40"}});
 }
 
 TEST_F(Phone, MapsLinearlyOnceInARun) {
@@ -265,7 +270,8 @@ I FBO2_Support_Linear_Mapping LinearMappingSupNode is 0)");
 }
 
 TEST_F(Phone, TellsOfARunOnUfs31) {
-    start("ufs31:samsung,node.vendor=SAMSUNG,accept=20/0,analysis=6,optimise=6,optimise_end=255");
+    start("ufs31:samsung,node.vendor=SAMSUNG,accept=20/0,analysis=6,optimise=0,optimise_end=255");
+    onLog("fbs_defrag_enable fail", [this] { call("FBO_stateCtl stop"); });
     EXPECT_EQ(call(kTrigger + "8,8,64,8,"), "Fbo:124416:0");
     EXPECT_EQ(transcriptOf(events()), R"( | fbo_max_lrc: 32
 I FBO_trigger fbo_max_lrc is 32. | vendor: SAMSUNG
@@ -292,10 +298,20 @@ I UFS31_FBO_Imp read buff. | fbo_get_lr_frag_level: frag_lvl: a, lr_count: 2, op
 D UFS31_FBO_Imp read buff success.
 I UFS31_FBO_Imp read buff success, the level is: frag_lvl: a, lr_count: 2, optimised: 0
 .
-I UFS31_FBO_Imp enable defrag. | defrag=1 | fbs_defrag_ops: 2 | +6 | fbs_defrag_ops: 255 | fbo_wholefile_enable=1-
-D FBO_trigger cmd fail times is 1.
-D FBO_trigger cmd retry times is 3. | fbo_err_cnt=1
-D record_cmd_fail fail recode success | fbo_retry_cnt=3
+I UFS31_FBO_Imp enable defrag. | defrag=1 | fbs_defrag_ops: 255
+E UFS31_FBO_Imp fbs_defrag_enable fail. | fbs_defrag_ops: 255
+I UFS31_FBO_Imp check flc ops. | fbs_flc_ops: 3
+D FBO_Clear ops fbs_flc_ops is 3!.
+D FBO_Clear clear ops | flc=0 | fbs_flc_ops: 0
+D FBO_Clear ops fbs_flc_ops is 0!.
+I UFS31_FBO_Imp check defrag ops. | fbs_defrag_ops: 255
+D FBO_Clear ops fbs_defrag_ops is 255!.
+D FBO_Clear clear ops | defrag=0 | fbs_defrag_ops: 0
+D FBO_Clear ops fbs_defrag_ops is 0!.
+D UFS31_FBO_Imp hal stop | fbo_wholefile_enable=1-
+D FBO_trigger cmd fail times is 2.
+D FBO_trigger cmd retry times is 2. | fbo_err_cnt=2
+D record_cmd_fail fail recode success | fbo_retry_cnt=2
 D record_cmd_fail fail recode success
 E readFileToString Open fbo2_linear_map_state Fail)");
 }

@@ -15,7 +15,8 @@ TEST_F(Phone, VersionControlWalksTheItems) {
     start("ufs40:samsung");
     expect({{"", forTexts(""), "true", "", "!version_ctrl"},
             // Texts are compared, not numbers.
-            {"", forTexts("1.0:ON;1.0:xONx;1.0:x:ON;>0.9:ON;>1:ON;>0.10:ON;>:ON"), "true"},
+            {"", forTexts("1.0:ON;1.0:xONx;1.0:x:ON;>0.9:ON;>1:ON;>0.10:ON;>:ON;1.0:ON,V:2.0"),
+             "true"},
             {"", forTexts("1.0:OFF;1.0 ON;1.0x:ON;ON:1.0;O,N;>1.0:ON;>1.1:ON;>10:ON;:ON"), "false"},
             {"", forTexts("ON"), "false", "", "on_fbo_version ON."},
             // The first match decides.
