@@ -28,6 +28,12 @@ TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
             {"elmscote", "MICRON", "THGJFLT2E46BATPB", "1100", -1},
             {"fenlow", "MICRON", "MT256GBEAX4U40", "0203", 9},
             {"xtarno", "SKhynix", "HN8T174EJKX075", "X202", -1},
+            {"belvan", "", "", "", -1}, {"corv", "WDC", "x", "y", -1},
+            {"dravin", "SKhynix", "HN8T174EJKX075", "X204", -1},
+            {"dravine", "SKhynix", "HN8T174EJKX07", "X202", -1},
+            {"elmscot", "KIOXIA", "THGJFLT2E46BATPB", "1100", -1},
+            {"fenlo", "MICRON", "MT256GBEAX4U40", "0203", -1},
+            {"fenlow", "MICRON", "MT256GBEAX4U4", "0203", -1},
     };
     // clang-format on
     start("ufs40:samsung,device=");
@@ -42,9 +48,9 @@ TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
                 {"", "EUA_SupportSize", match ? "0" : "65536"}});
     }
     // The support is asked for before the policy, and a size that cannot be read ends the query.
-    expect({{"prop.ro.product.device=corvi,eua=0", "EUA_isSupport", "false", "", "!policy"},
-            {"fault.eua_support_size=missing", "EUA_SupportSize", "0", "", "!policy"},
-            {"fault.eua_support=missing", "EUA_isSupport", "false", "", "!policy"}});
+    expect({{"prop.ro.product.device=corvi,eua=0", "EUA_isSupport", "false", "", "!Policy"},
+            {"fault.eua_support_size=missing", "EUA_SupportSize", "0", "", "!Policy"},
+            {"fault.eua_support=missing", "EUA_isSupport", "false", "", "!Policy"}});
 }
 
 TEST_F(Phone, ReadsTheInquiryByteForByte) {
