@@ -68,7 +68,7 @@ TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
             {"fault.hr=read-error", kRead, "-1"},
             {"node.vendor=NOBODY,wear=2400", kAsk, "true", "", "!pecycle info fail"},
             {"node.vendor=NOBODY", kRead, "1024", "", "pe_cycle: -2"},
-            {"wear=2399", kAsk, "true", "", "!pecycle info fail"},
+            {"wear=2399", kAsk, "true", "", "!pecycle info fail;FBO support."},
             // Read once and remembered, as long as both are there.
             {"wear=2400", kAsk, "true", "", "!pe_cycle"}});
     service->level_to_num.clear();

@@ -114,11 +114,12 @@ TEST_F(Phone, EnginesStopInEachPoll) {
 TEST_F(Phone, Ufs31StopsInEachPoll) {
     start("ufs31:samsung,analysis=12,optimise=12");
     onSleep(1, [this] { call("FBO_stateCtl stop"); });
-    expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 flc=1 +6 flc=0"},
+    expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 flc=1 +6 flc=0",
+             "hal stop\n;hal stop.\n"},
             {"", "FBO_stateCtl continue", "continue"}});
     onSleep(3, [this] { call("FBO_stateCtl stop"); });
     expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 10 - r3 f0",
-             "list=8,8,64,8 flc=1 +12 defrag=1 +6 flc=0 defrag=0", "!hal stop."},
+             "list=8,8,64,8 flc=1 +12 defrag=1 +6 flc=0 defrag=0", "hal stop\n;!hal stop."},
             {"", "FBO_stateCtl continue", "continue"}});
     // The five minutes of resending do not look at a stop; the next wait does.
     onSleep(1, [this] { call("FBO_stateCtl stop"); });

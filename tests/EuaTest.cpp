@@ -44,13 +44,22 @@ TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
         const bool match = row.row >= 0;
         const std::string log = match ? "match (" + std::to_string(row.row) + "), " : "!match";
         expect({{"", "checkDisableEuaPolicy", match ? "true" : "false", "", log},
-                {"", "EUA_isSupport", match ? "false" : "true"},
-                {"", "EUA_SupportSize", match ? "0" : "65536"}});
+                {"", "EUA_isSupport", match ? "false" : "true", "",
+                 match ? "set eua support to false." : "!set eua"},
+                {"", "EUA_SupportSize", match ? "0" : "65536", "",
+                 match ? "set support size to 0." : "!set support"}});
     }
+    const std::string row =
+            "match (9), device (fenlow), vendor (MICRON), P/N (MT256GBEAX4U40), Rev ";
+    set("node.inquiry", sim::inquiryData("MICRON", "MT256GBEAX4U40", "0203"));
+    expect({{"", "checkDisableEuaPolicy", "true", "", row + "(0203)"}});
     // The support is asked for before the policy, and a size that cannot be read ends the query.
-    expect({{"prop.ro.product.device=corvi,eua=0", "EUA_isSupport", "false", "", "!Policy"},
-            {"fault.eua_support_size=missing", "EUA_SupportSize", "0", "", "!Policy"},
-            {"fault.eua_support=missing", "EUA_isSupport", "false", "", "!Policy"}});
+    expect({{"prop.ro.product.device=corvi,eua=0", "EUA_isSupport", "false", "",
+             "!Policy;eua_support is 0"},
+            {"fault.eua_support_size=missing", "EUA_SupportSize", "0", "",
+             "!Policy;Open eua_support_size file"},
+            {"fault.eua_support=missing", "EUA_isSupport", "false", "",
+             "!Policy;Open eua_support file"}});
 }
 
 TEST_F(Phone, ReadsTheInquiryByteForByte) {
@@ -58,11 +67,15 @@ TEST_F(Phone, ReadsTheInquiryByteForByte) {
     standard_inquiry info{"a", "b", "c"};
     set("node.inquiry", sim::inquiryData("SK\nhynix", "HN8T174EJKX075", "\t1") + "more");
     EXPECT_EQ(getUfsInfo(info), 0);
+    EXPECT_EQ(logOf(events()),
+              "D getUfsInfo [EUA-HAL] vendor_id SK\nhynix, product_id HN8T174EJKX075  , "
+              "product_rev \t1  \n");
     EXPECT_EQ(info.vendor_id, "SK\nhynix");
     EXPECT_EQ(info.product_id, "HN8T174EJKX075  ");
     EXPECT_EQ(info.product_rev, "\t1  ");
     set("node.inquiry", std::string(35, '\0'));
     EXPECT_EQ(getUfsInfo(info), 5);
+    EXPECT_EQ(logOf(events()), "D getUfsInfo [EUA-HAL] inquiryResult size 35\n");
     set("fault.inquiry", "read-error");
     EXPECT_EQ(getUfsInfo(info), 5);
     set("fault.inquiry", "missing");
@@ -79,7 +92,7 @@ TEST_F(Phone, EuaAnswersAreNumbers) {
             {"node.eua_support=2", "EUA_isSupport", "false"},
             {"node.eua_support=;node.eua_support=yes", "EUA_isSupport", "invalid_argument"},
             {"node.eua_support_size=-7x", "EUA_SupportSize", "-7"},
-            {"node.eua_support_size=0x10", "EUA_SupportSize", "0"},
+            {"node.eua_support_size=0x10", "EUA_SupportSize", "0", "", "eua_support_size is 0x10"},
             {"node.eua_support_size=;node.eua_support_size=x", "EUA_SupportSize",
              "invalid_argument"},
             {"node.eua_support_size=2147483648", "EUA_SupportSize", "out_of_range"}});
@@ -90,7 +103,7 @@ TEST_F(Phone, EraseListsAreSplitAtColons) {
     const std::string unmap = "eua_file_lba_unmap=";
     const std::string erase = "EUA_SendEraseCmd ";
     expect({{"", erase, "true", "", "!erase lba "},
-            {"", erase + "1,2", "true", unmap + "1,2 +5"},
+            {"", erase + "1,2", "true", unmap + "1,2 +5", "erase lbaList 1,2 ;erase lba 1,2 "},
             {"", erase + "1,2:3,4", "true", unmap + "1,2 +5 " + unmap + "3,4 +5"},
             {"", erase + "1,2:3,4:", "true", unmap + "1,2 +5 " + unmap + "3,4 +5"},
             // An empty item is one, which the device refuses. What it has refused does not reach it
@@ -100,8 +113,9 @@ TEST_F(Phone, EraseListsAreSplitAtColons) {
             {"", erase + ":1,2", "true", unmap + "! +10"},
             {"", erase + "1,2::3,4", "true", unmap + "1,2 +5 " + unmap + "! +10"},
             {"", erase + "5,6:x:3,4", "true", unmap + "5,6 +5 " + unmap + "x! +10"},
-            {"fault.eua_file_lba_unmap=write-error", erase + "9,1", "true", unmap + "9,1! +5"},
-            {"fault.eua_file_lba_unmap=missing", erase + "9,1", "false"}});
+            {"fault.eua_file_lba_unmap=write-error", erase + "9,1", "true", unmap + "9,1! +5",
+             "!unmap fail"},
+            {"fault.eua_file_lba_unmap=missing", erase + "9,1", "false", "", "unmap fail"}});
     EXPECT_EQ(phone().unmapped(), "1,10");
 }
 
@@ -113,8 +127,9 @@ TEST_F(Phone, ReportsTheWear) {
     start("ufs40:samsung,wear=3000,device=corvi");
     const std::string report = "EUA_GetFreeSpaceAPECycle";
     // The cycles are read once, if it works, and whether EUA is supported each time.
-    expect({{"fault.hr=missing", report, "", "", "E EUA_GetFreeSpaceAPECycle [FBO-HAL] get ufs"},
-            {"", report, "3000:0", "", "GetFreeSpaceAPECycle is 3000:0 "},
+    expect({{"fault.hr=missing", report, "", "",
+             "E EUA_GetFreeSpaceAPECycle [FBO-HAL] get ufs;Cycle is  "},
+            {"", report, "3000:0", "", "eua_support is 0 ;GetFreeSpaceAPECycle is 3000:0 "},
             {"wear=4000,fault.eua_support=missing", report, "3000:0"},
             {"node.eua_support=x", report, "invalid_argument"}});
     EXPECT_THROW(service->EUA_GetFreeSpaceAPECycle(nullptr), std::bad_function_call);

@@ -9,7 +9,8 @@ INSTANTIATE_TEST_SUITE_P(
         LinearMapping, FreshPhone,
         testing::Values(
                 Row{"ufs40:samsung,mapping=0", kMap, "0", kSent, "Write buff lba is: 4096,8192."},
-                Row{"ufs40:samsung,mapping=4", kMap, "0", kSent + " +6", "state is: 1."},
+                Row{"ufs40:samsung,mapping=4", kMap, "0", kSent + " +6",
+                    "is on going.;state is: 1.;state is: 5."},
                 Row{"ufs40:samsung,mapping=0,mapping_end=2", kMap, "-11", kSent, "abnormal, exit"},
                 Row{"ufs40:samsung,mapping=stuck", kMap, "-11", kSent + " +600"},
                 Row{"ufs40:samsung,fault.fbo_send_lr_list=missing", kMap, "-10"},

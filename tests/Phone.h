@@ -29,7 +29,7 @@ struct Row {
     std::string answer;
     /** What happens to the device, see effectsOf(); kAny: whatever it is. */
     std::string effects = "";
-    /** A text that the log has to hold; with a "!" before it, one that it must not hold. */
+    /** Texts, with ";" between, that the log has to hold; after a "!", must not hold. */
     std::string log = "";
     /** When this is logged … */
     std::string moment = "";

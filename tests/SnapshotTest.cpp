@@ -54,9 +54,10 @@ TEST_F(Phone, TellsWhyThePartitionFails) {
     start("ufs40:samsung");
     expect({{"fault.gsort=missing", "setBootlunInfo", "-1", "", "fail No such file or directory"},
             {"fault.gsort=unwritable", "setBootlunInfo", "-1", "", "fail Permission denied\n"},
-            {"fault.gsort=read-error", "setBootlunInfo", "-1", "", "read_from_partition fail"},
+            {"fault.gsort=read-error", "setBootlunInfo", "-1", "",
+             "read ddr_gsort_partition fail;read_from_partition fail"},
             {"fault.gsort=write-error", "setBootlunInfo", "-1", "gsort=107@9437184!",
-             "write_to_partition fail"}});
+             "write ddr_gsort_partition fail;write_to_partition fail"}});
     char bytes[8] = "7654321";
     EXPECT_EQ(read_from_partition(bytes, 7, -1), -1);
     EXPECT_EQ(write_to_partition(bytes, 7, -1), -1);
@@ -79,10 +80,11 @@ TEST_F(Phone, TheControlPropertyIsSearchedInOrder) {
     expect({{"", kPolicy + "true", "true 8 20 16", "",
              "minlimit 8, maxlimit 20, devicefreeblock 16"},
             {kControl + "a default false", kPolicy + "true", "true 8 20 16"},
-            {kControl + "nofalseyes", kPolicy + "true", "false - - -", "", "!vendor_id"},
+            {kControl + "nofalseyes", kPolicy + "true", "false - - -", "",
+             "property nofalseyes\n;all pn disable;!vendor_id"},
             {kControl + "true false", kPolicy + "true", "false - - -"},
             // "true" switches on; a text without any of the words leaves what is.
-            {kControl + "untrue", kPolicy + "false", "true 8 20 16", "", "!vendor_id"},
+            {kControl + "untrue", kPolicy + "false", "true 8 20 16", "", "cloud enable;!vendor_id"},
             {kControl + "False TRUE", kPolicy + "true", "true 8 20 16"},
             {kControl + "THGJFLT2E46BATP", kPolicy + "false", "false 8 20 16"},
             {kControl + "X THGJFLT2E46BATP Y", kPolicy + "true", "false - - -", "", "pn match"},
@@ -94,7 +96,8 @@ TEST_F(Phone, TheControlPropertyIsSearchedInOrder) {
             {"prop.vendor.snapshot_freespace.minlimit=5", kPolicy + "true", "true 5 70 -1"},
             {"prop.vendor.snapshot_freespace.minlimit=few", "SnapShot_startBackup",
              "invalid_argument"},
-            {kControl + "false", "SnapShot_startBackup", "false", "", "cloud disable"}});
+            {kControl + "false", "SnapShot_startBackup", "false", "",
+             "cloud disable;!drop_caches"}});
 }
 
 TEST_F(Phone, SetsTheFreeBlocksWhereTheyDiffer) {
@@ -138,7 +141,7 @@ const std::string kSlow = kRecorded + " dropfreesize=4194304 ctrl=start";
 INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:micron,backup_idle=5,backup=0", kBackup, "true", kSlow + " +5", "snapshotStatus is 2, tryCount is 5"},
         {"ufs40:samsung,backup=0", kBackup, "true", kStart, "backup success"},
-        {"ufs40:wdc,backup=30", kBackup, "true", kStart + " +30"},
+        {"ufs40:wdc,backup=30", kBackup, "true", kStart + " +30", "D SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1.;I SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1."},
         // Complete a second after the last poll, which the last look does not see.
         {"ufs40:wdc,backup=31", kBackup, "false", kStart + " +30", "tryCount is 30"},
         {"ufs40:kioxia,backup_idle=20,backup=10", kBackup, "true", kSlow + " +30"},
@@ -161,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
 
 INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:samsung,snapshot=2", kDrop, "true", "ctrl=stop", "drop succcess."},
-        {"ufs40:kioxia,snapshot=2,drop=7", kDrop, "true", "ctrl=stop +7"},
+        {"ufs40:kioxia,snapshot=2,drop=7", kDrop, "true", "ctrl=stop +7", "D SnapShot_startDrop [SNAPSHOT-HAL] snapshotStatus is 2.;I SnapShot_startDrop [SNAPSHOT-HAL] snapshotStatus is 2."},
         {"ufs40:kioxia,snapshot=2,drop=stuck", kDrop, "false", "ctrl=stop +30"},
         // Dropped, but not idle: waited for all the same, and good in the end.
         {"ufs40:micron,snapshot=2,drop=1,drop_end=4", kDrop, "true", "ctrl=stop +30"},
@@ -169,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:wdc,snapshot=2,drop_end=0", kDrop, "true", "ctrl=stop"},
         // Without its vendor a device counts as one that drops at once.
         {"ufs40:kioxia,snapshot=2,drop=7,fault.vendor=missing", kDrop, "false", "ctrl=stop"},
-        {"ufs40:kioxia,snapshot=5", kDrop, "true", "", "do not drop"},
+        {"ufs40:kioxia,snapshot=5", kDrop, "true", "", "snapshotStatus is 5.;do not drop"},
         {"ufs40:kioxia,snapshot=2,fault.ctrl=missing", kDrop, "false", "", "Open ctrl file failure"},
 }));
 // clang-format on

@@ -26,7 +26,9 @@ TEST_F(Phone, VersionControlWalksTheItems) {
             {"", forTexts(",1.0:ON"), "false", "", "version_ctrl ,1.0:ON."},
             {"", forTexts(","), "false"},
             {"", forTexts(",,1.0:ON;V,1.0,1.0:ON;v:2.0,1.0:ON"), "true"},
-            {"", forTexts("V:1.0,0.9:ON,1.0:ON"), "true", "", "rules version is 1.0 support"},
+            {"", forTexts("V:1.0,0.9:ON,1.0:ON"), "true", "",
+             "ctrl is V:1.0,0.9:ON,1.0:ON.;version is 1.0 support;version_ctrl "
+             "V:1.0.;on_fbo_version 0.9."},
             {"", forTexts("Vx1.0"), "false", "", "version_ctrl Vx1.0."},
             {"", forTexts("V:2.0,1.0:ON;VV;V:1.0:ON,1.0:ON;V:"), "false", "", " not support"},
             {"", forTexts("V"), "out_of_range"}});
