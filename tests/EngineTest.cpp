@@ -108,7 +108,7 @@ TEST_F(Phone, EnginesStopInEachPoll) {
             {"", "FBO_stateCtl continue", "continue"}});
     onSleep(3, [this] { call("FBO_stateCtl stop"); });
     expect({{"", "UFS40_FBO_Imp 8,8,64,8", "0 10 - r3 f0", "list=8,8,64,8 op=1 +12 op=2 +6 op=0",
-             "hal stop."}});
+             "hal stop\n;hal stop.\n"}});
 }
 
 TEST_F(Phone, Ufs31StopsInEachPoll) {

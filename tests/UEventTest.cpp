@@ -113,8 +113,6 @@ TEST_F(Phone, TheWorkerListensToTheKernelAlone) {
     start("ufs40:samsung,snapshot=2");
     const android::sp<Dropping> beside = serve<Dropping>();
     EXPECT_EQ(service->last_drop_time, 0);
-    sim::sendUserUevent(sim::dropEvent());
-    sim::sendKernelUevent(sim::uevent({"change@/x", "EVENT=UFS_SNAPSHOT_DROP_EVENT"}));
     // A signal ends a wait, and nothing else.
     static std::atomic<bool> handled = false;
     struct sigaction action {};
@@ -122,6 +120,8 @@ TEST_F(Phone, TheWorkerListensToTheKernelAlone) {
     sigaction(SIGUSR1, &action, nullptr);
     pthread_kill(service->worker.native_handle(), SIGUSR1);
     while (!handled) sched_yield();
+    sim::sendUserUevent(sim::dropEvent());
+    sim::sendKernelUevent(sim::uevent({"change@/x", "EVENT=UFS_SNAPSHOT_DROP_EVENT"}));
     sim::sendKernelUevent(sim::dropEvent());
     await(kDropped, 2);
     EXPECT_EQ(beside->drops, 1);
