@@ -12,6 +12,7 @@
 #include "fbo/defrag/Capability.h"
 #include "fbo/defrag/Clear.h"
 #include "fbo/defrag/LinearMapping.h"
+#include "fbo/defrag/Trigger.h"
 #include "fbo/defrag/Ufs31.h"
 #include "fbo/defrag/Ufs40.h"
 #include "fbo/eua/Policy.h"

@@ -1,6 +1,4 @@
 #include "Phone.h"
-#include "fbo/Globals.h"
-#include "fbo/defrag/Trigger.h"
 
 namespace {
 
