@@ -14,6 +14,17 @@ targets=
 
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }
+# Ends a script that was given arguments which it does not take.
+misused() { fail "$*; see scripts/$(basename "$0") --help"; }
+
+# The help of a script is the comment at its top, which names all its options.
+usage() { sed -n '2,/^$/s/^# \{0,1\}//p' "scripts/$(basename "$0")"; }
+for argument; do
+    case $argument in
+    -h | --help) usage; exit ;;
+    -*) usage | grep -qw -e "${argument%%=*}" || misused "there is no option $argument" ;;
+    esac
+done
 
 # Runs a command as root, by sudo if need be.
 as_root() {
@@ -73,7 +84,7 @@ make_sysroot() {
         dpkg-deb --fsys-tarfile "$package" | tar -x --keep-directory-symlink -C "$sysroot"
     done
     find "$sysroot" -type l -lname '/*' | while read -r link; do
-        ln -sfn "$sysroot$(readlink "$link")" "$link"
+        ln -sfnr "$sysroot$(readlink "$link")" "$link"
     done
     # clang looks for its headers where it finds its run-time library.
     resources=$(clang++ -print-resource-dir)
@@ -84,11 +95,16 @@ make_sysroot() {
 }
 
 build() {
-    if [ ! -f $build/build.ninja ]; then
-        mkdir -p $build
-        cmake -S . -B $build -G Ninja "$@" >$build/cmake.log 2>&1 ||
+    mkdir -p $build
+    # A folder that was copied or moved along with the tree would go on building the other tree.
+    home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' $build/CMakeCache.txt 2>/dev/null) || :
+    [ -z "$home" ] || [ "$home" -ef . ] || say "What is in $build is of $home: starting afresh"
+    if [ ! "$home" -ef . ] || [ ! -f $build/build.ninja ]; then
+        say "Configuring $build"
+        cmake --fresh -S . -B $build -G Ninja "$@" >$build/cmake.log 2>&1 ||
             { cat $build/cmake.log >&2; fail "cmake failed"; }
     fi
+    say "Building ${targets:-everything} in $build"
     ninja -C $build --quiet $targets
 }
 
