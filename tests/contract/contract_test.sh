@@ -25,12 +25,14 @@ exports() {
 }
 needed() {
     # Left out is the language's own, and what a build for the sanitizers adds.
-    "$readelf" -d "$library" | sed -nE 's/.*NEEDED.*\[(.*)\]/\1/p' | sed 's/\.so\.0$/.so/' | sort |
-        grep -vE '^(lib(stdc\+\+|gcc_s|c\+\+(abi)?|unwind|c|m|[atu]b?san)\.so\..*|ld-linux.*)$'
+    "$readelf" -d "$library" | sed -nE 's/.*NEEDED.*\[(.*)\]/\1/p' | sed -E 's/\.so\.0$/.so/
+        /^(lib(stdc\+\+|gcc_s|c\+\+(abi)?|unwind|c|m|[atu]b?san)\.so\..*|ld-linux.*)$/d' | sort
 }
 slots() {
-    # The linker's notes on what to enter into the table, for names that are not exported by address.
-    table=$("$nm" -SC "$library" | sed -nE 's/^(\w+) (\w+) . vtable for .*implementation::Fbo$/0x\1 0x\2/p')
+    # The linker's notes on what belongs into the table: a name or, for what is not exported, its
+    # address.
+    table=$("$nm" -SC "$library" |
+        sed -nE 's/^(\w+) (\w+) . vtable for .*implementation::Fbo$/0x\1 0x\2/p')
     end=$((${table% *} + ${table#* }))
     { "$nm" -C "$library"; "$readelf" -rWC "$library" | sort; } |
         awk -v first="$(printf %016x "${table% *}")" -v end="$(printf %016x $end)" '
