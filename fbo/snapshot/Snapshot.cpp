@@ -9,6 +9,7 @@
 #include "fbo/snapshot/SnapshotNodes.h"
 #include "fbo/snapshot/SnapshotPolicy.h"
 #include "fbo/utils/Log.h"
+#include "fbo/utils/Makers.h"
 #include "fbo/utils/Node.h"
 #include "fbo/utils/Utils.h"
 
@@ -83,7 +84,7 @@ Return<bool> Fbo::SnapShot_startBackup() {
     int32_t status = SnapShot_getStatus();
     FBO_LOGD("[SNAPSHOT-HAL] snapshotStatus is %d.", status);
     // Some devices stay idle for a while before they begin.
-    const bool isMK = isMicronOrKioxia(vendor);
+    const bool isMK = hasSlowSnapshot(vendor);
     int tryCount = 0;
     while ((status == SNAPSHOT_STATUS_INPROGRESS || (status == SNAPSHOT_STATUS_IDLE && isMK)) &&
            tryCount < kPollLimit) {
@@ -118,7 +119,7 @@ Return<bool> Fbo::SnapShot_startDrop() {
     std::string vendor;
     getUFSVendor(vendor);
     // Most devices drop at once; for the others the wait begins from the status known above.
-    const bool isMK = isMicronOrKioxia(vendor);
+    const bool isMK = hasSlowSnapshot(vendor);
     int tryCount = 0;
     while ((status == SNAPSHOT_STATUS_INPROGRESS || (status != SNAPSHOT_STATUS_IDLE && isMK)) &&
            tryCount < kPollLimit) {

@@ -1,7 +1,5 @@
 #include "fbo/snapshot/SnapshotPolicy.h"
 
-#include <algorithm>
-#include <iterator>
 #include <string>
 
 #include "fbo/snapshot/SnapshotNodes.h"
@@ -71,7 +69,7 @@ void setSnapshotFreeBlockThr(std::string& vendor, int blocks) {
         FBO_LOGE("[SNAPSHOT-HAL] get ufs vendor fail");
         return;
     }
-    if (!isMicronOrKioxia(vendor)) return;
+    if (!hasSlowSnapshot(vendor)) return;
     const auto directory = getFeatureDevicePath(kSnapshotDirectory);
     if (!directory) return;
 
@@ -93,12 +91,6 @@ void setSnapshotFreeBlockThr(std::string& vendor, int blocks) {
         return;
     }
     threshold.putLine(std::to_string(blocks));
-}
-
-bool isMicronOrKioxia(const std::string& vendor) {
-    return std::any_of(std::begin(kMakers), std::end(kMakers), [&](const Maker& maker) {
-        return maker.slow_snapshot && contains(vendor, maker.name);
-    });
 }
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

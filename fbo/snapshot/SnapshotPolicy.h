@@ -29,7 +29,4 @@ void updateSnapshotCloudCtrlPolicy(bool& enable, int& minLimit, int& maxLimit,
  */
 void setSnapshotFreeBlockThr(std::string& vendor, int blocks);
 
-/** Whether the device is one of those that take their time over a snapshot. */
-bool isMicronOrKioxia(const std::string& vendor);
-
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -58,4 +58,12 @@ inline const Maker* findMaker(const std::string& vendor) {
     return nullptr;
 }
 
+/** Whether the device is one of those that take their time over a snapshot. */
+inline bool hasSlowSnapshot(const std::string& vendor) {
+    for (const Maker& maker : kMakers) {
+        if (maker.slow_snapshot && vendor.find(maker.name) != std::string::npos) return true;
+    }
+    return false;
+}
+
 }  // namespace vendor::nivora::hardware::fbo::implementation

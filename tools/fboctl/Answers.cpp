@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "fbo/defrag/Capability.h"
+
 namespace fboctl {
 
 namespace {
@@ -19,9 +21,8 @@ std::string whyNoFbo(const Session& session, const LogLines& log) {
     if (!log.find("device does not fbo").empty()) return "the driver says no, or nothing";
     std::string controller = whyNoController(log);
     if (!controller.empty()) return controller;
-    constexpr int kWornOut = 2400;
     const int cycles = askWear(session).cycles.value_or(0);
-    if (cycles < kWornOut) return kNotTold;
+    if (cycles < vendor::nivora::hardware::fbo::implementation::kWornOut) return kNotTold;
     return "the flash is worn: " + std::to_string(cycles) + " program/erase cycles";
 }
 

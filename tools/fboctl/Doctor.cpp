@@ -18,17 +18,20 @@
 #include <string_view>
 #include <vector>
 
-#include <android-base/properties.h>
 #include <json/json.h>
 
 #include "Answers.h"
 #include "Commands.h"
 #include "Platform.h"
 #include "Session.h"
+#include "fbo/defrag/Capability.h"
 #include "fbo/defrag/FboNodes.h"
 #include "fbo/eua/EuaNodes.h"
+#include "fbo/snapshot/BootLun.h"
 #include "fbo/snapshot/SnapshotNodes.h"
+#include "fbo/utils/Makers.h"
 #include "fbo/utils/Paths.h"
+#include "fbo/utils/Properties.h"
 
 namespace fboctl {
 
@@ -131,9 +134,9 @@ class Doctor {
         if (fd >= 0) close(fd);
     }
 
-    void numberProperty(const char* name, const char* unset) {
-        add(std::string("property ") + name + " is a number",
-            checkNumber(android::base::GetProperty(name, unset)), "unset it, or set a number");
+    void numberProperty(const Property& property) {
+        add(std::string("property ") + property.name + " is a number",
+            checkNumber(property.value()), "unset it, or set a number");
     }
 
     void examineService();
@@ -166,9 +169,7 @@ void Doctor::examineService() {
 
 void Doctor::examineController() {
     feature_ = "all";
-    const bool qcom = android::base::GetProperty("ro.hardware", "qcom") == "qcom";
-    const std::string driver =
-            std::string("/sys/bus/platform/drivers/") + (qcom ? "ufshcd-qcom/" : "ufshcd-mtk/");
+    const std::string driver = kHardwareProperty.value() == "qcom" ? kQcomDriver : kMtkDriver;
     DIR* const directory = opendir(driver.c_str());
     std::string wrong = directory == nullptr ? strerror(errno) : "no entry has \"ufs\" in its name";
     while (directory != nullptr) {
@@ -187,12 +188,9 @@ void Doctor::examineController() {
 }
 
 void Doctor::examineVendor() {
-    const std::string path = "/sys/class/block/sda/device/vendor";
-    if (!readable(path, &vendor_)) return;
+    if (!readable(kVendorNode, &vendor_)) return;
     vendor_.resize(std::min<size_t>(vendor_.size(), 10));
-    for (const char* name : {"MICRON", "WDC", "KIOXIA", "SKhynix", "SAMSUNG"}) {
-        maker_known_ = maker_known_ || vendor_.find(name) != std::string::npos;
-    }
+    maker_known_ = findMaker(vendor_) != nullptr;
     add("the maker of the flash is known",
         maker_known_ ? "" : "\"" + vendor_.substr(0, vendor_.find('\n')) + "\" has no table",
         "without one the wear stays unknown and fragmentation levels count as they are");
@@ -248,7 +246,6 @@ void Doctor::examineWear() {
     if (session_ == nullptr) return;
     std::string wrong;
     try {
-        constexpr int kWornOut = 2400;
         const std::optional<int> cycles = askWear(*session_).cycles;
         if (!cycles) {
             wrong = "it is not known";
@@ -258,11 +255,12 @@ void Doctor::examineWear() {
     } catch (const CallError& error) {
         wrong = error.what();
     }
-    add("the wear is below 2400 cycles", wrong, "FBO_isSupport answers false on worn flash");
+    add("the wear is below " + std::to_string(kWornOut) + " cycles", wrong,
+        "FBO_isSupport answers false on worn flash");
 }
 
 void Doctor::examineUserdata() {
-    const std::string link = "/dev/block/mapper/userdata";
+    const std::string link = kUserdataLink;
     char target[512];
     const ssize_t length = readlink(link.c_str(), target, sizeof(target));
     add(link + " is a link", length < 0 ? strerror(errno) : "",
@@ -304,11 +302,11 @@ void Doctor::examinePolicy() {
 
 void Doctor::examineSnapshot() {
     feature_ = "snapshot";
-    writable("/proc/sys/vm/drop_caches");
+    writable(kDropCachesNode);
     examineRecord();
-    numberProperty("vendor.snapshot_freespace.maxlimit", "20");
-    numberProperty("vendor.snapshot_freespace.minlimit", "8");
-    numberProperty("vendor.snapshot_devicefreeblock", "16");
+    numberProperty(kMaxLimitProperty);
+    numberProperty(kMinLimitProperty);
+    numberProperty(kDeviceFreeBlockProperty);
     const int socket = uevent_open_socket(64 * 1024, true);
     add("the uevent socket opens", socket < 0 ? strerror(errno) : "",
         "the service must be allowed netlink_kobject_uevent_socket");
@@ -317,26 +315,24 @@ void Doctor::examineSnapshot() {
     const std::string nodes = controller_ + kSnapshotDirectory;
     writable(nodes + node::kSnapshotCtrl);
     readable(nodes + node::kSnapshotStatus);
-    if (vendor_.find("MICRON") != std::string::npos ||
-        vendor_.find("KIOXIA") != std::string::npos) {
+    if (hasSlowSnapshot(vendor_)) {
         number(nodes + node::kDropFreeSize);
         writable(nodes + node::kDropFreeSize);
     }
 }
 
 void Doctor::examineRecord() {
-    const std::string path = "/dev/block/by-name/gsort";
-    constexpr off_t kRecord = 9 * 1024 * 1024;
-    constexpr std::string_view kMagic = "snapshot";
+    const std::string path = kGsortPartition;
     const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
     add(path + " opens for reading and writing", fd < 0 ? strerror(errno) : "",
         "without it no backup is taken");
     if (fd < 0) return;
-    char magic[kMagic.size()] = {};
-    const ssize_t size = pread(fd, magic, sizeof(magic), kRecord);
+    char magic[sizeof(kSnapshotMagic)] = {};
+    const ssize_t size = pread(fd, magic, sizeof(magic), kBootLunRecordOffset);
     close(fd);
-    const bool good = size == sizeof(magic) && std::string_view(magic, sizeof(magic)) == kMagic;
-    add("the boot-LUN record has its magic", good ? "" : "no \"snapshot\" at 9437184",
+    const bool good = size == sizeof(magic) && memcmp(magic, kSnapshotMagic, sizeof(magic)) == 0;
+    add("the boot-LUN record has its magic",
+        good ? "" : "no \"snapshot\" at " + std::to_string(kBootLunRecordOffset),
         "the record is then written back as it is, and protects no boot LUN");
 }
 
