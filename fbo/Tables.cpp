@@ -8,7 +8,7 @@
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
-const std::array<EuaPolicyRow, 10> disableEuaPolicy = {{
+const std::vector<EuaPolicyRow> disableEuaPolicy = {
         {"tarno", "SKhynix", "HN8T174EJKX075", "X202"},
         {"tarno", "MICRON", "MT256GBEAX4U40", "0203"},
         {"tarno", "MICRON", "MT001TAYAX8U40", "0203"},
@@ -19,7 +19,7 @@ const std::array<EuaPolicyRow, 10> disableEuaPolicy = {{
         {"elmscote", "SKhynix", "HN8T174EJKX075", "X202"},
         {"elmscote", "KIOXIA", "THGJFLT2E46BATPB", "1100"},
         {"fenlow", "MICRON", "MT256GBEAX4U40", "0203"},
-}};
+};
 
 std::unordered_map<std::string, SNAPSHOT_STATUS> snapshotStatusMap = {
         {"idle", SNAPSHOT_STATUS_IDLE},

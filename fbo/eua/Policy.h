@@ -1,7 +1,7 @@
 #pragma once
 
-#include <array>
 #include <string>
+#include <vector>
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -19,7 +19,7 @@ struct EuaPolicyRow {
 };
 
 /** Looked through from the first row on. Built when the library is loaded. */
-extern const std::array<EuaPolicyRow, 10> disableEuaPolicy;
+extern const std::vector<EuaPolicyRow> disableEuaPolicy;
 
 /**
  * Whether a row of the table names this phone and UFS part. False also if the part cannot be
