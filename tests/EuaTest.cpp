@@ -7,55 +7,73 @@
 
 namespace {
 
-TEST_F(Phone, ExclusionsTurnBothQueriesAround) {
-    // The phone, fields of the INQUIRY data, and the row that matches; -1 for none.
-    // clang-format off
-    const struct { const char *device, *vendor, *product, *revision; int row; } kRows[] = {
-            // Without the property.
-            {"", "MICRON", "MT256GBEAX4U40", "0203", -1},
-            {"tarno", "SKhynix", "HN8T174EJKX075", "X202", 0},
-            {"tarno", "SKhynix", "HN8T174EJKX075", "X204", -1},
-            {"tarno", "MICRON", "MT256GBEAX4U40", "0203", 1},
-            {"tarno_eea", "MICRON", "MT001TAYAX8U40", "0203", 2},
-            {"tarn", "MICRON", "MT001TAYAX8U40", "0203", -1},
-            {"belvane", "", "", "", 3}, {"belvane_in", "SAMSUNG", "SIMUFS40-S256", "0800", 3},
-            {"corvi", "WDC", "x", "y", 4}, {"Corvi", "WDC", "x", "y", -1},
-            {"dravine", "SKhynix", "HN8T174EJKX075", "X202", 5},
-            {"dravine", "SKhynix", "HN8T174EJKX075xx", "X204", 6},
-            {"dravine", "SKhynix", "HN8T174EJKX07", "X204", -1},
-            {"elmscote", "SKhynix", "HN8T174EJKX075", "X202", 7},
-            {"elmscote", "KIOXIA", "THGJFLT2E46BATPB", "1100", 8},
-            {"elmscote", "MICRON", "THGJFLT2E46BATPB", "1100", -1},
-            {"fenlow", "MICRON", "MT256GBEAX4U40", "0203", 9},
-            {"xtarno", "SKhynix", "HN8T174EJKX075", "X202", -1},
-            {"belvan", "", "", "", -1}, {"corv", "WDC", "x", "y", -1},
-            {"dravin", "SKhynix", "HN8T174EJKX075", "X204", -1},
-            {"dravine", "SKhynix", "HN8T174EJKX07", "X202", -1},
-            {"elmscot", "KIOXIA", "THGJFLT2E46BATPB", "1100", -1},
-            {"fenlo", "MICRON", "MT256GBEAX4U40", "0203", -1},
-            {"fenlow", "MICRON", "MT256GBEAX4U4", "0203", -1},
-    };
-    // clang-format on
-    start("ufs40:samsung,device=");
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(std::string(row.device) + " " + row.vendor + " " + row.revision);
-        set("prop.ro.product.device", row.device);
-        set("node.inquiry", sim::inquiryData(row.vendor, row.product, row.revision));
-        const bool match = row.row >= 0;
-        const std::string log = match ? "match (" + std::to_string(row.row) + "), " : "!match";
-        expect({{"", "checkDisableEuaPolicy", match ? "true" : "false", "", log},
-                {"", "EUA_isSupport", match ? "false" : "true", "",
-                 match ? "set eua support to false." : "!set eua"},
-                {"", "EUA_SupportSize", match ? "0" : "65536", "",
-                 match ? "set support size to 0." : "!set support"}});
-    }
-    const std::string row =
-            "match (9), device (fenlow), vendor (MICRON), P/N (MT256GBEAX4U40), Rev ";
+/** A phone, fields of its INQUIRY data, and the row of the table that matches; -1 for none. */
+struct Exclusion {
+    const char *device, *vendor, *product, *revision;
+    int row;
+};
+
+void PrintTo(const Exclusion& exclusion, std::ostream* out) {
+    *out << exclusion.device << " " << exclusion.vendor << " " << exclusion.revision;
+}
+
+// clang-format off
+const Exclusion kExclusions[] = {
+        // Without the property.
+        {"", "MICRON", "MT256GBEAX4U40", "0203", -1},
+        {"tarno", "SKhynix", "HN8T174EJKX075", "X202", 0},
+        {"tarno", "SKhynix", "HN8T174EJKX075", "X204", -1},
+        {"tarno", "MICRON", "MT256GBEAX4U40", "0203", 1},
+        {"tarno_eea", "MICRON", "MT001TAYAX8U40", "0203", 2},
+        {"tarn", "MICRON", "MT001TAYAX8U40", "0203", -1},
+        {"belvane", "", "", "", 3}, {"belvane_in", "SAMSUNG", "SIMUFS40-S256", "0800", 3},
+        {"corvi", "WDC", "x", "y", 4}, {"Corvi", "WDC", "x", "y", -1},
+        {"dravine", "SKhynix", "HN8T174EJKX075", "X202", 5},
+        {"dravine", "SKhynix", "HN8T174EJKX075xx", "X204", 6},
+        {"dravine", "SKhynix", "HN8T174EJKX07", "X204", -1},
+        {"elmscote", "SKhynix", "HN8T174EJKX075", "X202", 7},
+        {"elmscote", "KIOXIA", "THGJFLT2E46BATPB", "1100", 8},
+        {"elmscote", "MICRON", "THGJFLT2E46BATPB", "1100", -1},
+        {"fenlow", "MICRON", "MT256GBEAX4U40", "0203", 9},
+        {"xtarno", "SKhynix", "HN8T174EJKX075", "X202", -1},
+        {"belvan", "", "", "", -1}, {"corv", "WDC", "x", "y", -1},
+        {"dravin", "SKhynix", "HN8T174EJKX075", "X204", -1},
+        {"dravine", "SKhynix", "HN8T174EJKX07", "X202", -1},
+        {"elmscot", "KIOXIA", "THGJFLT2E46BATPB", "1100", -1},
+        {"fenlo", "MICRON", "MT256GBEAX4U40", "0203", -1},
+        {"fenlow", "MICRON", "MT256GBEAX4U4", "0203", -1},
+};
+// clang-format on
+
+/** A phone is of one model for as long as it is on. */
+class Excluded : public Phone, public testing::WithParamInterface<Exclusion> {};
+
+TEST_P(Excluded, TurnsBothQueriesAround) {
+    const Exclusion& exclusion = GetParam();
+    start(std::string("ufs40:samsung,device=") + exclusion.device);
+    set("node.inquiry", sim::inquiryData(exclusion.vendor, exclusion.product, exclusion.revision));
+    const bool match = exclusion.row >= 0;
+    const std::string log = match ? "match (" + std::to_string(exclusion.row) + "), " : "!match";
+    expect({{"", "checkDisableEuaPolicy", match ? "true" : "false", "", log},
+            {"", "EUA_isSupport", match ? "false" : "true", "",
+             match ? "set eua support to false." : "!set eua"},
+            {"", "EUA_SupportSize", match ? "0" : "65536", "",
+             match ? "set support size to 0." : "!set support"}});
+}
+
+INSTANTIATE_TEST_SUITE_P(, Excluded, testing::ValuesIn(kExclusions));
+
+TEST_F(Phone, NamesTheFieldsOfTheRow) {
+    start("ufs40:samsung,device=fenlow");
     set("node.inquiry", sim::inquiryData("MICRON", "MT256GBEAX4U40", "0203"));
-    expect({{"", "checkDisableEuaPolicy", "true", "", row + "(0203)"}});
-    // The support is asked for before the policy, and a size that cannot be read ends the query.
-    expect({{"prop.ro.product.device=corvi,eua=0", "EUA_isSupport", "false", "",
-             "!Policy;eua_support is 0"},
+    expect({{"", "checkDisableEuaPolicy", "true", "",
+             "match (9), device (fenlow), vendor (MICRON), P/N (MT256GBEAX4U40), Rev (0203)"}});
+}
+
+TEST_F(Phone, AsksForTheSupportBeforeThePolicy) {
+    start("ufs40:samsung,device=corvi");
+    // And a size that cannot be read ends the query.
+    expect({{"eua=0", "EUA_isSupport", "false", "", "!Policy;eua_support is 0"},
             {"fault.eua_support_size=missing", "EUA_SupportSize", "0", "",
              "!Policy;Open eua_support_size file"},
             {"fault.eua_support=missing", "EUA_isSupport", "false", "",
