@@ -173,8 +173,7 @@ void run(int argc, char** argv) {
     if (measured.device == nullptr) {
         enterPlainFiles();
     } else {
-        device = std::make_unique<sim::Simulator>(measured.device +
-                                                  ",analysis=0,optimise=0,keep_names=1"s);
+        device = std::make_unique<sim::Simulator>(measured.device + ",analysis=0,optimise=0"s);
     }
     host::setLogSink(nullptr);
     // It stays until the process ends, as its thread does.
