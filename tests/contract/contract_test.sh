@@ -38,7 +38,8 @@ slots() {
         awk -v first="$(printf %016x "${table% *}")" -v end="$(printf %016x $end)" '
             { name = $0 }
             $3 !~ /^R_/ { sub(/^[0-9a-f]+ . /, "", name); sub(/^0+/, "", $1); names[$1] = name }
-            $3 ~ /^R_/ && $1 >= first && $1 < end {
+            # Compared as texts: 25e10 is an address, too.
+            $3 ~ /^R_/ && $1 "" >= first "" && $1 "" < end "" {
                 sub(/^.*R_[^ ]+ +[0-9a-f]+ ?/, "", name)
                 print name == "" ? names[$4] : name
             }' | sed -E "$short"
