@@ -4,13 +4,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
-#include "sim/DeviceData.h"
+#include "fbo/snapshot/BootLun.h"
 
 namespace sim {
 
 namespace {
+
+using namespace vendor::nivora::hardware::fbo::implementation;
 
 constexpr off_t kSize = 16 * 1024 * 1024;
 
@@ -23,8 +26,10 @@ ssize_t orErrno(ssize_t result) {
 Partition::Partition() : fd_(memfd_create("gsort", MFD_CLOEXEC)) {
     if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
     resize(kSize);
-    const std::string record = bootLunRecord("snapshot", 0, 0);
-    write(record.data(), record.size(), kRecordOffset);
+    // Where the record and its numbers stand, SnapshotTest says too.
+    BootLunRecord record{};
+    memcpy(record.magic_str, kSnapshotMagic, sizeof(kSnapshotMagic));
+    write(reinterpret_cast<const char*>(&record), sizeof(record), kBootLunRecordOffset);
 }
 
 Partition::~Partition() {
@@ -44,11 +49,13 @@ int Partition::resize(off_t size) {
 }
 
 void Partition::setBootLun(int32_t lun) {
-    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecordOffset + kBootLunOffset);
+    write(reinterpret_cast<const char*>(&lun), sizeof(lun),
+          kBootLunRecordOffset + offsetof(BootLunRecord, bootlun));
 }
 
 void Partition::setSnapshotBootLun(int32_t lun) {
-    write(reinterpret_cast<const char*>(&lun), sizeof(lun), kRecordOffset + kSnapshotBootLunOffset);
+    write(reinterpret_cast<const char*>(&lun), sizeof(lun),
+          kBootLunRecordOffset + offsetof(BootLunRecord, snapbootLun));
 }
 
 }  // namespace sim

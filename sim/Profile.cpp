@@ -6,27 +6,19 @@ namespace sim {
 
 const std::vector<Profile>& profiles() {
     static const std::vector<Profile> kProfiles = {
-            {"ufs40:samsung", Generation::kUfs40, Maker::kSamsung, "SAMSUNG", "SIMUFS40-S256",
-             "0800", 64},
-            {"ufs40:skhynix", Generation::kUfs40, Maker::kSkHynix, "SKhynix", "HN8T174EJKX075",
-             "X206", 64},
-            {"ufs40:micron", Generation::kUfs40, Maker::kMicron, "MICRON", "MT256GBEAX4U40", "0205",
-             127},
-            {"ufs40:kioxia", Generation::kUfs40, Maker::kKioxia, "KIOXIA", "THGJFLT2E46BATPB",
-             "1200", 255},
-            {"ufs40:wdc", Generation::kUfs40, Maker::kWdc, "WDC", "SIMUFS40-W256", "1272", 64},
+            {"ufs40:samsung", Generation::kUfs40, "SAMSUNG", "SIMUFS40-S256", "0800", 64},
+            {"ufs40:skhynix", Generation::kUfs40, "SKhynix", "HN8T174EJKX075", "X206", 64},
+            {"ufs40:micron", Generation::kUfs40, "MICRON", "MT256GBEAX4U40", "0205", 127},
+            {"ufs40:kioxia", Generation::kUfs40, "KIOXIA", "THGJFLT2E46BATPB", "1200", 255},
+            {"ufs40:wdc", Generation::kUfs40, "WDC", "SIMUFS40-W256", "1272", 64},
             // A phone that must not use EUA.
-            {"ufs40:skhynix-tarno", Generation::kUfs40, Maker::kSkHynix, "SKhynix",
-             "HN8T174EJKX075", "X202", 64, "tarno"},
-            {"ufs31:samsung", Generation::kUfs31, Maker::kSamsung, "SAMSUNG", "SIMUFS31-S128",
-             "1000", 32},
-            {"ufs31:skhynix", Generation::kUfs31, Maker::kSkHynix, "SKhynix", "SIMUFS31-H128",
-             "A102", 32},
-            {"ufs31:micron", Generation::kUfs31, Maker::kMicron, "MICRON", "SIMUFS31-M256", "0106",
-             32},
-            {"ufs31:kioxia", Generation::kUfs31, Maker::kKioxia, "KIOXIA", "SIMUFS31-K256", "0300",
-             64},
-            {"ufs31:wdc", Generation::kUfs31, Maker::kWdc, "WDC", "SIMUFS31-W128", "1215", 32},
+            {"ufs40:skhynix-tarno", Generation::kUfs40, "SKhynix", "HN8T174EJKX075", "X202", 64,
+             "tarno"},
+            {"ufs31:samsung", Generation::kUfs31, "SAMSUNG", "SIMUFS31-S128", "1000", 32},
+            {"ufs31:skhynix", Generation::kUfs31, "SKhynix", "SIMUFS31-H128", "A102", 32},
+            {"ufs31:micron", Generation::kUfs31, "MICRON", "SIMUFS31-M256", "0106", 32},
+            {"ufs31:kioxia", Generation::kUfs31, "KIOXIA", "SIMUFS31-K256", "0300", 64},
+            {"ufs31:wdc", Generation::kUfs31, "WDC", "SIMUFS31-W128", "1215", 32},
     };
     return kProfiles;
 }

@@ -8,16 +8,15 @@ namespace sim {
 
 enum class Generation { kUfs40, kUfs31 };
 
-/** The makers of flash, each with its own layout of the health report. */
-enum class Maker { kSamsung, kSkHynix, kMicron, kKioxia, kWdc };
-
 /** A UFS part as it comes from its maker. Add a line to profiles() to add a device. */
 struct Profile {
     /** What it is called on a command line: generation and maker. */
     std::string name;
     Generation generation;
-    Maker maker;
-    /** The vendor as SCSI reports it, padded to 8 characters when it is served. */
+    /**
+     * The vendor as SCSI reports it, padded to 8 characters when it is served. How its health
+     * report is laid out and how it takes snapshots, fbo/utils/Makers.h says.
+     */
     std::string vendor;
     /** Part number and revision in its INQUIRY data, padded to 16 and 4 characters there. */
     std::string product;

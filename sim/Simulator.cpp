@@ -196,6 +196,7 @@ Simulator::Simulator(std::string_view device) {
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
+    // Not by the library's constants: a wrong name there is to show as a property that it misses.
     setProperty("ro.hardware", hardware.value_or(platform));
     setProperty("ro.product.device", phone);
     for (const auto& [key, value] : settings) set(key, value);

@@ -1,10 +1,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "Phone.h"
 #include "fbo/snapshot/BootLun.h"
 #include "fbo/snapshot/Snapshot.h"
-#include "sim/DeviceData.h"
 
 namespace {
 
@@ -25,6 +26,16 @@ void writeRecord(const std::string& bytes) {
     close(fd);
 }
 
+/** A record of 107 bytes; but for the magic and the numbers no byte is like its neighbour. */
+std::string makeRecord(const std::string& magic, int32_t bootlun, int32_t snapbootlun) {
+    std::string record(107, '\0');
+    for (size_t i = 0; i < record.size(); ++i) record[i] = static_cast<char>(i);
+    record.replace(0, magic.size(), magic);
+    memcpy(&record[35], &bootlun, sizeof(bootlun));
+    memcpy(&record[39], &snapbootlun, sizeof(snapbootlun));
+    return record;
+}
+
 TEST_F(Phone, RecordsTheBootLunOfASnapshotRecordOnly) {
     using namespace std::string_literals;
     start("ufs40:samsung");
@@ -33,10 +44,10 @@ TEST_F(Phone, RecordsTheBootLunOfASnapshotRecordOnly) {
                                                   {"snapshotXYZ", true},
                                                   {"snapshot\0"s, true}};
     for (const auto& [magic, is_snapshot] : kRows) {
-        writeRecord(sim::bootLunRecord(magic, -2, 7));
+        writeRecord(makeRecord(magic, -2, 7));
         expect({{"", "setBootlunInfo", "107", "gsort=107@9437184", ", bootlun -2, snapbootLun 7"}});
         EXPECT_EQ(readPartition(kRecord - 64, 256),
-                  std::string(64, '\0') + sim::bootLunRecord(magic, -2, is_snapshot ? -2 : 7) +
+                  std::string(64, '\0') + makeRecord(magic, -2, is_snapshot ? -2 : 7) +
                           std::string(85, '\0'));
     }
     // A record without any NUL is logged to its end and no further.
@@ -141,6 +152,7 @@ const std::string kSlow = kRecorded + " dropfreesize=4194304 ctrl=start";
 INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:micron,backup_idle=5,backup=0", kBackup, "true", kSlow + " +5", "snapshotStatus is 2, tryCount is 5"},
         {"ufs40:samsung,backup=0", kBackup, "true", kStart, "backup success"},
+        {"ufs40:skhynix,backup=0", kBackup, "true", kStart},
         {"ufs40:wdc,backup=30", kBackup, "true", kStart + " +30", "D SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1.;I SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1."},
         // Complete a second after the last poll, which the last look does not see.
         {"ufs40:wdc,backup=31", kBackup, "false", kStart + " +30", "tryCount is 30"},

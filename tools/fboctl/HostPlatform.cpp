@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -58,13 +57,6 @@ class StateFile {
     int fd_ = -1;
 };
 
-/** What the driver sends: an event's usual strings, and the word. */
-std::string_view dropEvent() {
-    static constexpr char kEvent[] =
-            "change@/devices/platform/ufs\0ACTION=change\0UFS_SNAPSHOT_DROP_EVENT";
-    return {kEvent, sizeof(kEvent)};
-}
-
 /** A host with a simulated device, and an Fbo of this process registered for it. */
 class SimulatedHost : public Platform {
   public:
@@ -90,7 +82,7 @@ class SimulatedHost : public Platform {
         }
     }
 
-    void sendDropEvent() override { sim::sendKernelUevent(dropEvent()); }
+    void sendDropEvent() override { sim::sendKernelUevent(sim::dropEvent()); }
 
     void keepUp() override { sim::followRealTime(); }
 
@@ -111,7 +103,7 @@ std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader)
 }
 
 void sendDropEventTo(int pid) {
-    sim::sendKernelUeventTo(pid, dropEvent());
+    sim::sendKernelUeventTo(pid, sim::dropEvent());
 }
 
 std::string describeSim() {
