@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include <android-base/strings.h>
+
 #include "sim/Trace.h"
 
 namespace sim {
@@ -22,16 +24,6 @@ constexpr char kControls[] = "/.sim/";
 
 bool isControl(const std::string& path) {
     return path.compare(0, strlen(kControls), kControls) == 0;
-}
-
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> parts;
-    for (;;) {
-        const size_t end = text.find(separator);
-        parts.emplace_back(text.substr(0, end));
-        if (end == std::string_view::npos) return parts;
-        text.remove_prefix(end + 1);
-    }
 }
 
 /** An open file: the text that it reads, asked for at offset 0 and kept for the offsets after. */
@@ -165,11 +157,11 @@ int Server::set(std::string_view assignment) {
         } else if (key == "print") {
             prints_ = value == "1";
         } else if (key.compare(0, 5, "node.") == 0) {
-            tree_.script(key.substr(5), split(value, '/'));
+            tree_.script(key.substr(5), android::base::Split(std::string(value), "/"));
         } else if (key == "unscript") {
             tree_.unscript(std::string(value));
         } else if (key.compare(0, 6, "fault.") == 0) {
-            return setFault(key.substr(6), value);
+            tree_.setFaults(key.substr(6), value);
         } else if (key == "product") {
             device_.setProduct(std::string(value));
         } else if (key == "revision") {
@@ -185,27 +177,6 @@ int Server::set(std::string_view assignment) {
     } catch (const std::invalid_argument&) {
         return -EINVAL;
     }
-    return 0;
-}
-
-int Server::setFault(const std::string& name, std::string_view words) {
-    Fault fault;
-    for (const std::string& word : split(words, '/')) {
-        if (word == "missing") {
-            fault.missing = true;
-        } else if (word == "unreadable") {
-            fault.unreadable = true;
-        } else if (word == "unwritable") {
-            fault.unwritable = true;
-        } else if (word == "read-error") {
-            fault.read_error = true;
-        } else if (word == "write-error") {
-            fault.write_error = true;
-        } else if (word != "none") {
-            return -EINVAL;
-        }
-    }
-    tree_.setFault(name, fault);
     return 0;
 }
 

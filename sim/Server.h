@@ -37,7 +37,6 @@ class Server {
   private:
     void addControls();
     int set(std::string_view assignment);
-    int setFault(const std::string& name, std::string_view words);
     /** Adds a line to the trace, or prints it, or both, as it is set. */
     void trace(const std::string& line);
 

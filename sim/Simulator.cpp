@@ -22,6 +22,7 @@
 #include "sim/Profile.h"
 #include "sim/Server.h"
 #include "sim/Settings.h"
+#include "sim/Tree.h"
 
 namespace sim {
 
@@ -258,7 +259,8 @@ std::string Simulator::describe() {
            "  gsort_size=16777216      size of the gsort partition\n"
            "  prop.NAME=VALUE          a property, such as prop.vendor.snapshot_control=false\n"
            "  node.NAME=TEXT           what a node has its readers read\n"
-           "  fault.NAME=FAULT         missing, unreadable, unwritable, read-error, write-error\n";
+           "  fault.NAME=FAULT         " +
+           describeFaults() + "\n";
 }
 
 }  // namespace sim

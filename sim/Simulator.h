@@ -40,8 +40,7 @@ class Simulator {
      *   "node.NAME": what the node NAME has its readers read, texts separated by "/", the last
      *     one again and again;
      *   "unscript": the node that is to answer by itself again;
-     *   "fault.NAME": what is wrong with the node: missing, unreadable, unwritable, read-error,
-     *     write-error or none, several with "/" between;
+     *   "fault.NAME": what is wrong with the node, see Tree::setFaults();
      *   "product", "revision": of the INQUIRY data;
      *   "gsort_size": the size of the gsort partition;
      *   "prop.NAME": the property NAME;

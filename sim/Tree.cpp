@@ -1,9 +1,20 @@
 #include "sim/Tree.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <stdexcept>
 #include <utility>
 
+#include <android-base/strings.h>
+
 namespace sim {
+
+std::string describeFaults() {
+    std::string words;
+    for (const Fault& fault : kFaults) words += std::string(words.empty() ? "" : ", ") + fault.word;
+    return words;
+}
 
 std::string nameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
@@ -44,19 +55,33 @@ void Tree::unscript(const std::string& name) {
     scripts_.erase(name);
 }
 
-void Tree::setFault(const std::string& name, Fault fault) {
-    faults_[name] = fault;
+void Tree::setFaults(const std::string& name, std::string_view words) {
+    std::vector<Fault> faults;
+    for (const std::string& word : android::base::Split(std::string(words), "/")) {
+        const auto* fault = std::find_if(std::begin(kFaults), std::end(kFaults),
+                                         [&](const Fault& kind) { return word == kind.word; });
+        if (fault != std::end(kFaults)) {
+            faults.push_back(*fault);
+        } else if (word != "none") {
+            throw std::invalid_argument("a node cannot be " + word);
+        }
+    }
+    faults_[name] = std::move(faults);
 }
 
 const Tree::Entry* Tree::find(const std::string& path) const {
     const auto entry = entries_.find(path);
-    if (entry == entries_.end() || hasFault(path, &Fault::missing)) return nullptr;
+    if (entry == entries_.end() || refusal(path, Use::kLookUp) != 0) return nullptr;
     return &entry->second;
 }
 
-bool Tree::hasFault(const std::string& path, bool Fault::*what) const {
-    const auto fault = faults_.find(nameOf(path));
-    return fault != faults_.end() && fault->second.*what;
+int Tree::refusal(const std::string& path, Use use) const {
+    const auto faults = faults_.find(nameOf(path));
+    if (faults == faults_.end()) return 0;
+    for (const Fault& fault : faults->second) {
+        if (fault.refused == use) return -fault.error;
+    }
+    return 0;
 }
 
 int Tree::attributes(const std::string& path, struct stat& attributes) const {
@@ -115,16 +140,16 @@ int Tree::open(const std::string& path, bool reads, bool writes) const {
     if (entry == nullptr) return -ENOENT;
     const bool readable = entry->file.show || entry->file.read_at;
     const bool writable = entry->file.store || entry->file.write_at;
-    if (reads && (!readable || hasFault(path, &Fault::unreadable))) return -EACCES;
-    if (writes && (!writable || hasFault(path, &Fault::unwritable))) return -EACCES;
-    return 0;
+    if ((reads && !readable) || (writes && !writable)) return -EACCES;
+    const int refused = reads ? refusal(path, Use::kOpenToRead) : 0;
+    return refused == 0 && writes ? refusal(path, Use::kOpenToWrite) : refused;
 }
 
 int Tree::read(const std::string& path, std::string& text) {
     const Entry* entry = find(path);
     // What a driver's file says that went away while it was open.
     if (entry == nullptr) return -ENODEV;
-    if (hasFault(path, &Fault::read_error)) return -EIO;
+    if (const int refused = refusal(path, Use::kRead); refused != 0) return refused;
     const auto script = scripts_.find(nameOf(path));
     if (script == scripts_.end()) {
         text = entry->file.show();
@@ -144,21 +169,21 @@ bool Tree::isDevice(const std::string& path) const {
 ssize_t Tree::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (hasFault(path, &Fault::read_error)) return -EIO;
+    if (const int refused = refusal(path, Use::kRead); refused != 0) return refused;
     return entry->file.read_at(bytes, count, offset);
 }
 
 ssize_t Tree::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (hasFault(path, &Fault::write_error)) return -EIO;
+    if (const int refused = refusal(path, Use::kWrite); refused != 0) return refused;
     return entry->file.write_at(bytes.data(), bytes.size(), offset);
 }
 
 int Tree::write(const std::string& path, std::string_view text) {
     const Entry* entry = find(path);
     if (entry == nullptr) return -ENODEV;
-    if (hasFault(path, &Fault::write_error)) return -EIO;
+    if (const int refused = refusal(path, Use::kWrite); refused != 0) return refused;
     return entry->file.store(text);
 }
 

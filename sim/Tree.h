@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -28,14 +29,26 @@ struct File {
     std::function<ssize_t(const char* bytes, size_t count, off_t offset)> write_at = nullptr;
 };
 
-/** What is wrong with a file. */
+/** What is asked of a file, and can be refused. */
+enum class Use { kLookUp, kOpenToRead, kOpenToWrite, kRead, kWrite };
+
+/** What can be wrong with a file. Add a line to kFaults to add a kind. */
 struct Fault {
-    bool missing = false;
-    bool unreadable = false;
-    bool unwritable = false;
-    bool read_error = false;
-    bool write_error = false;
+    /** What the fault is called when it is set. */
+    const char* word;
+    Use refused;
+    /** The errno that the user of the file gets; a file that cannot be looked up is missing. */
+    int error;
 };
+
+constexpr Fault kFaults[] = {
+        {"missing", Use::kLookUp, ENOENT},         {"unreadable", Use::kOpenToRead, EACCES},
+        {"unwritable", Use::kOpenToWrite, EACCES}, {"read-error", Use::kRead, EIO},
+        {"write-error", Use::kWrite, EIO},
+};
+
+/** The words of kFaults, for a help text. */
+std::string describeFaults();
 
 /** The files of the simulated phone under their absolute paths. */
 class Tree {
@@ -53,7 +66,11 @@ class Tree {
     void script(const std::string& name, std::vector<std::string> texts);
     /** Has the file called `name` answer by itself again. */
     void unscript(const std::string& name);
-    void setFault(const std::string& name, Fault fault);
+    /**
+     * Sets what is wrong with the file called `name`: words of kFaults with "/" between, or "none".
+     * Throws std::invalid_argument, and changes nothing, if a word is none of these.
+     */
+    void setFaults(const std::string& name, std::string_view words);
 
     // The answers to the kernel: 0 or more, or a negative errno.
     int attributes(const std::string& path, struct stat& attributes) const;
@@ -83,13 +100,13 @@ class Tree {
 
     Entry& add(const std::string& path, mode_t type);
     const Entry* find(const std::string& path) const;
-    /** Whether the file has the fault `what`. */
-    bool hasFault(const std::string& path, bool Fault::*what) const;
+    /** The negative errno of a fault of the file that refuses `use`; 0 if there is none. */
+    int refusal(const std::string& path, Use use) const;
 
     std::map<std::string, Entry> entries_ = {{"/", {}}};
     std::map<std::string, std::function<struct statvfs()>> spaces_;
     std::map<std::string, Script> scripts_;
-    std::map<std::string, Fault> faults_;
+    std::map<std::string, std::vector<Fault>> faults_;
 };
 
 /** The last component of `path`. */
