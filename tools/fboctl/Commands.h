@@ -4,8 +4,6 @@
 
 namespace fboctl {
 
-// What the program can be told to do; kHelp says what each command is for.
-
 // Queries.cpp
 ExitStatus support(const Options& options);
 ExitStatus euaSupport(const Options& options);
@@ -31,5 +29,55 @@ ExitStatus snapshotDrop(const Options& options);
 ExitStatus snapshotStatus(const Options& options);
 ExitStatus snapshotWatch(const Options& options);
 ExitStatus snapshotEvent(const Options& options);
+
+/** Something that the program can be told to do. */
+struct Command {
+    const char* name;
+    /** What follows the name: in brackets if it may be left out, with "…" if it may be several. */
+    const char* arguments;
+    /** What the command is for, as the help says it; its lines have at most 76 characters. */
+    const char* help;
+    ExitStatus (*run)(const Options& options);
+};
+
+/** All commands, in the order of the help. Add a row, and the function's declaration above. */
+constexpr Command kCommands[] = {
+        {"support", "",
+         "Are defragmentation inside the flash (FBO) and erase requests (EUA)\n"
+         "supported, and if not, why? The exit status asks for both.",
+         support},
+        {"defrag", "FILE|DIR…", "Find where the files lie and defragment them.", defrag},
+        {"trigger", "RANGES",
+         "Defragment ranges: START,COUNT,START,COUNT,…  With \"-\" they are read from\n"
+         "standard input, where line ends and blanks do not count.",
+         trigger},
+        {"stop", "", "Stop the run that is under way, from another terminal.", control},
+        {"continue", "", "Take back a stop that has not been noticed yet.", control},
+        {"version-ctrl", "TEXT", "Is FBO to be on under these rules, such as V:1.0,>0.9:ON?",
+         versionControl},
+        {"gc", "", "Ask the file system of the user data for urgent garbage collection.",
+         collectGarbage},
+        {"wear", "", "Show the program/erase cycles of the flash.", wear},
+        {"eua support", "", "Is EUA supported, and if not, why?", euaSupport},
+        {"eua size", "", "Show the size that the device offers for EUA.", euaSize},
+        {"eua erase", "LBAS", "Send erase requests, with \":\" between them; each takes 5 seconds.",
+         euaErase},
+        {"snapshot backup", "", "Take a snapshot of the boot logical unit; takes up to 35 seconds.",
+         snapshotBackup},
+        {"snapshot drop", "", "Drop the snapshot; takes up to 30 seconds.", snapshotDrop},
+        {"snapshot status", "", "Show the state of the snapshot.", snapshotStatus},
+        {"snapshot watch", "",
+         "With --sim: keep the service up until Ctrl-C and show each drop event that\n"
+         "comes, and what came of it.",
+         snapshotWatch},
+        {"snapshot event", "[PID]",
+         "Have the kernel send the drop event: with --sim to a service of its own,\n"
+         "otherwise to that of the watch with this process id.",
+         snapshotEvent},
+        {"doctor", "[FEATURE]",
+         "Check, step by step and without changing anything, that all is there\n"
+         "that the service needs; for fbo, eua or snapshot alone, or for all.",
+         doctor},
+};
 
 }  // namespace fboctl

@@ -2,39 +2,26 @@
 
 #include <getopt.h>
 
-#include <charconv>
-#include <cstring>
+#include <algorithm>
+
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+
+#include "Commands.h"
 
 namespace fboctl {
 
-const char kHelp[] = R"(fboctl - asks a phone's UFS storage service, and tries it without a phone
+namespace {
+
+constexpr char kIntroduction[] =
+        R"(fboctl - asks a phone's UFS storage service, and tries it without a phone
 
 Usage: fboctl [OPTION…] COMMAND [ARGUMENT…]
 
 Commands:
-  support               Are defragmentation inside the flash (FBO) and erase requests (EUA)
-                        supported, and if not, why? The exit status asks for both.
-  defrag FILE|DIR…      Find where the files lie and defragment them.
-  trigger RANGES        Defragment ranges: START,COUNT,START,COUNT,…  With "-" they are read from
-                        standard input, where line ends and blanks do not count.
-  stop                  Stop the run that is under way, from another terminal.
-  continue              Take back a stop that has not been noticed yet.
-  version-ctrl TEXT     Is FBO to be on under these rules, such as V:1.0,>0.9:ON?
-  gc                    Ask the file system of the user data for urgent garbage collection.
-  wear                  Show the program/erase cycles of the flash.
-  eua support           Is EUA supported, and if not, why?
-  eua size              Show the size that the device offers for EUA.
-  eua erase LBAS        Send erase requests, with ":" between them; each takes 5 seconds.
-  snapshot backup       Take a snapshot of the boot logical unit; takes up to 35 seconds.
-  snapshot drop         Drop the snapshot; takes up to 30 seconds.
-  snapshot status       Show the state of the snapshot.
-  snapshot watch        With --sim: keep the service up until Ctrl-C and show each drop event that
-                        comes, and what came of it.
-  snapshot event [PID]  Have the kernel send the drop event: with --sim to a service of its own,
-                        otherwise to that of the watch with this process id.
-  doctor [FEATURE]      Check, step by step and without changing anything, that all is there
-                        that the service needs; for fbo, eua or snapshot alone, or for all.
+)";
 
+constexpr char kRest[] = R"(
 Options:
   --first-block N       defrag: the block of the unit, in 4 KiB, at which the file system begins
   --raw                 trigger: send the text as it stands; otherwise the comma that the service
@@ -64,8 +51,6 @@ Examples:
   fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
 )";
 
-namespace {
-
 enum Option { kFirstBlock = 256, kRaw, kJson, kLog, kSim, kSimState, kTrace };
 
 constexpr option kOptions[] = {
@@ -82,8 +67,7 @@ constexpr option kOptions[] = {
 
 uint64_t parseBlock(const char* text) {
     uint64_t block = 0;
-    const auto [end, error] = std::from_chars(text, text + strlen(text), block);
-    if (error != std::errc() || *end != '\0') {
+    if (!android::base::ParseUint(text, &block)) {
         throw UsageError("--first-block takes a number, not \"" + std::string(text) + "\"");
     }
     return block;
@@ -121,7 +105,25 @@ void apply(int option, Options& options) {
     }
 }
 
+/** The command as the help shows it. */
+std::string describe(const Command& command) {
+    constexpr size_t kIndent = 24;
+    std::string text = std::string("  ") + command.name + " " + command.arguments;
+    // The bytes that continue a character take no column.
+    const size_t columns = std::count_if(text.begin(), text.end(),
+                                         [](unsigned char c) { return (c & 0xc0) != 0x80; });
+    if (columns < kIndent) text.append(kIndent - columns, ' ');
+    const std::string margin = "\n" + std::string(kIndent, ' ');
+    return text + android::base::StringReplace(command.help, "\n", margin, true) + "\n";
+}
+
 }  // namespace
+
+std::string describeUsage() {
+    std::string text = kIntroduction;
+    for (const Command& command : kCommands) text += describe(command);
+    return text + kRest;
+}
 
 Options parseOptions(int argc, char** argv) {
     Options options;

@@ -38,6 +38,7 @@ struct Options {
 /** Throws UsageError. */
 Options parseOptions(int argc, char** argv);
 
-extern const char kHelp[];
+/** The text for --help. */
+std::string describeUsage();
 
 }  // namespace fboctl

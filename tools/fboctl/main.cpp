@@ -1,6 +1,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <string_view>
 
 #include "Commands.h"
 #include "Options.h"
@@ -10,33 +12,6 @@ namespace fboctl {
 
 namespace {
 
-struct Command {
-    const char* name;
-    size_t least_arguments;
-    size_t most_arguments;
-    ExitStatus (*run)(const Options& options);
-};
-
-constexpr Command kCommands[] = {
-        {"support", 0, 0, support},
-        {"defrag", 1, SIZE_MAX, defrag},
-        {"trigger", 1, 1, trigger},
-        {"stop", 0, 0, control},
-        {"continue", 0, 0, control},
-        {"version-ctrl", 1, 1, versionControl},
-        {"gc", 0, 0, collectGarbage},
-        {"wear", 0, 0, wear},
-        {"eua support", 0, 0, euaSupport},
-        {"eua size", 0, 0, euaSize},
-        {"eua erase", 1, 1, euaErase},
-        {"doctor", 0, 1, doctor},
-        {"snapshot backup", 0, 0, snapshotBackup},
-        {"snapshot drop", 0, 0, snapshotDrop},
-        {"snapshot status", 0, 0, snapshotStatus},
-        {"snapshot watch", 0, 0, snapshotWatch},
-        {"snapshot event", 0, 1, snapshotEvent},
-};
-
 const Command& findCommand(const Options& options) {
     for (const Command& command : kCommands) {
         if (options.command == command.name) return command;
@@ -45,9 +20,20 @@ const Command& findCommand(const Options& options) {
                                              : "no command \"" + options.command + "\"");
 }
 
+/** Throws UsageError unless the command takes as many arguments as `count`. */
+void checkArguments(const Command& command, size_t count) {
+    const std::string_view arguments = command.arguments;
+    const size_t named = arguments.empty() ? 0 : 1;
+    const size_t least = arguments.substr(0, 1) == "[" ? 0 : named;
+    const size_t most = arguments.find("…") == std::string_view::npos ? named : SIZE_MAX;
+    if (count < least)
+        throw UsageError(std::string(command.name) + ": something is missing after it");
+    if (count > most) throw UsageError(std::string(command.name) + ": too much after it");
+}
+
 ExitStatus run(const Options& options) {
     if (options.help) {
-        fputs(kHelp, stdout);
+        fputs(describeUsage().c_str(), stdout);
         return kDone;
     }
     if (options.sim.device == "list") {
@@ -55,11 +41,7 @@ ExitStatus run(const Options& options) {
         return kDone;
     }
     const Command& command = findCommand(options);
-    const size_t count = options.arguments.size();
-    if (count < command.least_arguments) {
-        throw UsageError(options.command + ": something is missing after it");
-    }
-    if (count > command.most_arguments) throw UsageError(options.command + ": too much after it");
+    checkArguments(command, options.arguments.size());
     return command.run(options);
 }
 
