@@ -3,6 +3,8 @@
 #include <android/hidl/base/1.0/IBase.h>
 #include <hidl/Status.h>
 
+#include "Hashes.h"
+
 namespace android::hidl::base::V1_0 {
 
 using ::android::hardware::hidl_array;
@@ -30,8 +32,7 @@ Return<void> IBase::interfaceDescriptor(interfaceDescriptor_cb _hidl_cb) {
 }
 
 Return<void> IBase::getHashChain(getHashChain_cb _hidl_cb) {
-    // As an interface that has not been frozen answers on a phone: all zero.
-    _hidl_cb(hidl_vec<hidl_array<uint8_t, 32>>(1));
+    _hidl_cb({kBaseHash});
     return Void();
 }
 

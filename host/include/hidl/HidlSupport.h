@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -65,8 +66,9 @@ struct hidl_string {
     std::string text_;
 };
 
+/** As on a phone, what comes behind a NUL is not compared. */
 inline bool operator==(const hidl_string& a, const hidl_string& b) {
-    return std::string(a) == std::string(b);
+    return strcmp(a.c_str(), b.c_str()) == 0;
 }
 inline bool operator!=(const hidl_string& a, const hidl_string& b) {
     return !(a == b);

@@ -1,9 +1,9 @@
 #pragma once
 
 /*
- * A host's stand-in for the platform's header of this name. Within a process no transport can
- * fail, but a client is held to what a phone demands of it: whoever takes the value of a failed
- * call, or drops its answer without having looked at it, is aborted.
+ * A host's stand-in for the platform's header of this name. A client is held to what a phone
+ * demands of it: whoever takes the value of a failed call, or drops its answer without having
+ * looked at it, is aborted.
  */
 
 #include <cstdint>
