@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 # What is built from, for the processor that is built for.
 libraries="android-libutils-dev android-libbase-dev android-liblog-dev android-libcutils-dev
     libfuse3-dev libgtest-dev"
-tools="cmake ninja-build pkgconf hidl-gen blueprint-tools python3"
+tools="cmake ninja-build pkgconf hidl-gen blueprint-tools python3 m4 checkpolicy"
 packages="$tools g++ $libraries libjsoncpp-dev"
 build=build
 # What of it is built; nothing: all.
