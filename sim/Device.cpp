@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <iterator>
 #include <utility>
+
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
 
 #include "fbo/defrag/FboNodes.h"
 #include "fbo/eua/EuaNodes.h"
@@ -51,11 +53,10 @@ std::string line(int64_t number) {
     return std::to_string(number) + "\n";
 }
 
-/** The number that a store holds, as a driver's kstrtoint reads it. */
+/** The number that a store holds, with or without a line feed behind it. */
 bool parseNumber(std::string_view text, int& number) {
-    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size();
+    android::base::ConsumeSuffix(&text, "\n");
+    return android::base::ParseInt(std::string(text), &number);
 }
 
 }  // namespace
@@ -285,7 +286,7 @@ void Device::applySettings(std::string_view key) {
 }
 
 int Device::unmap(std::string_view text) {
-    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    android::base::ConsumeSuffix(&text, "\n");
     std::vector<Range> ranges;
     if (!parseRanges(text, ranges)) return -EINVAL;
     flash_.unmap(ranges);
@@ -293,7 +294,7 @@ int Device::unmap(std::string_view text) {
 }
 
 int Device::storeList(std::string_view text) {
-    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    android::base::ConsumeSuffix(&text, "\n");
     std::vector<Range> ranges;
     if (!parseRanges(text, ranges)) return -EINVAL;
     list_ = std::move(ranges);

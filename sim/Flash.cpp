@@ -1,8 +1,10 @@
 #include "sim/Flash.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdint>
+#include <utility>
+
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
 
 namespace sim {
 
@@ -16,19 +18,15 @@ constexpr size_t kOptimisedSeam = 1;
 }  // namespace
 
 bool parseRanges(std::string_view text, std::vector<Range>& ranges) {
-    std::vector<uint64_t> numbers;
-    const char* at = text.data();
-    const char* const end = text.data() + text.size();
-    for (;;) {
-        const auto [rest, error] = std::from_chars(at, end, numbers.emplace_back());
-        if (error != std::errc()) return false;
-        at = rest;
-        if (at == end) break;
-        if (*at++ != ',') return false;
-    }
+    using android::base::ParseUint;
+    const std::vector<std::string> numbers = android::base::Split(std::string(text), ",");
     if (numbers.size() % 2 != 0) return false;
-    ranges.clear();
-    for (size_t i = 0; i < numbers.size(); i += 2) ranges.push_back({numbers[i], numbers[i + 1]});
+    std::vector<Range> parsed(numbers.size() / 2);
+    for (size_t i = 0; i < parsed.size(); ++i) {
+        if (!ParseUint(numbers[2 * i], &parsed[i].start)) return false;
+        if (!ParseUint(numbers[2 * i + 1], &parsed[i].count)) return false;
+    }
+    ranges = std::move(parsed);
     return true;
 }
 

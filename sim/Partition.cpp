@@ -24,7 +24,7 @@ ssize_t orErrno(ssize_t result) {
 }  // namespace
 
 Partition::Partition() : fd_(memfd_create("gsort", MFD_CLOEXEC)) {
-    if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
+    if (!fd_.ok()) throw std::system_error(errno, std::generic_category(), "memfd_create");
     resize(kSize);
     // Where the record and its numbers stand, SnapshotTest says too.
     BootLunRecord record{};
@@ -32,20 +32,16 @@ Partition::Partition() : fd_(memfd_create("gsort", MFD_CLOEXEC)) {
     write(reinterpret_cast<const char*>(&record), sizeof(record), kBootLunRecordOffset);
 }
 
-Partition::~Partition() {
-    close(fd_);
-}
-
 ssize_t Partition::read(char* bytes, size_t count, off_t offset) const {
-    return orErrno(pread(fd_, bytes, count, offset));
+    return orErrno(pread(fd_.get(), bytes, count, offset));
 }
 
 ssize_t Partition::write(const char* bytes, size_t count, off_t offset) {
-    return orErrno(pwrite(fd_, bytes, count, offset));
+    return orErrno(pwrite(fd_.get(), bytes, count, offset));
 }
 
 int Partition::resize(off_t size) {
-    return static_cast<int>(orErrno(ftruncate(fd_, size)));
+    return static_cast<int>(orErrno(ftruncate(fd_.get(), size)));
 }
 
 void Partition::setBootLun(int32_t lun) {

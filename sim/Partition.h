@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include <android-base/unique_fd.h>
+
 namespace sim {
 
 /**
@@ -14,9 +16,6 @@ namespace sim {
 class Partition {
   public:
     Partition();
-    ~Partition();
-    Partition(const Partition&) = delete;
-    Partition& operator=(const Partition&) = delete;
 
     // As pread(2), pwrite(2) and ftruncate(2), with a negative errno for a failure.
     ssize_t read(char* bytes, size_t count, off_t offset) const;
@@ -28,7 +27,7 @@ class Partition {
     void setSnapshotBootLun(int32_t lun);
 
   private:
-    int fd_;
+    android::base::unique_fd fd_;
 };
 
 }  // namespace sim

@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <vector>
 
+#include <android-base/parseint.h>
 #include <android-base/strings.h>
 
 #include "sim/Trace.h"
@@ -20,10 +20,14 @@ namespace sim {
 
 namespace {
 
+using android::base::ConsumePrefix;
+using android::base::Split;
+using android::base::StartsWith;
+
 constexpr char kControls[] = "/.sim/";
 
 bool isControl(const std::string& path) {
-    return path.compare(0, strlen(kControls), kControls) == 0;
+    return StartsWith(path, kControls);
 }
 
 /** An open file: the text that it reads, asked for at offset 0 and kept for the offsets after. */
@@ -125,7 +129,7 @@ void Server::addControls() {
     add("set", {nullptr, [this](std::string_view text) { return set(text); }});
     add("clock", {nullptr, [this](std::string_view text) {
                       int64_t seconds = 0;
-                      std::from_chars(text.data(), text.data() + text.size(), seconds);
+                      android::base::ParseInt(std::string(text), &seconds);
                       trace("sleep " + std::to_string(seconds));
                       device_.advance(seconds);
                       return 0;
@@ -156,12 +160,12 @@ int Server::set(std::string_view assignment) {
             records_ = value == "1";
         } else if (key == "print") {
             prints_ = value == "1";
-        } else if (key.compare(0, 5, "node.") == 0) {
-            tree_.script(key.substr(5), android::base::Split(std::string(value), "/"));
+        } else if (std::string_view node = key; ConsumePrefix(&node, "node.")) {
+            tree_.script(std::string(node), Split(std::string(value), "/"));
         } else if (key == "unscript") {
             tree_.unscript(std::string(value));
-        } else if (key.compare(0, 6, "fault.") == 0) {
-            tree_.setFaults(key.substr(6), value);
+        } else if (ConsumePrefix(&node, "fault.")) {
+            tree_.setFaults(std::string(node), value);
         } else if (key == "product") {
             device_.setProduct(std::string(value));
         } else if (key == "revision") {

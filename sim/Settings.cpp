@@ -1,8 +1,10 @@
 #include "sim/Settings.h"
 
 #include <algorithm>
-#include <charconv>
 #include <stdexcept>
+
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
 
 namespace sim {
 
@@ -42,12 +44,11 @@ constexpr Key kKeys[] = {
         {"userdata_free_gib", 80, "free space of it"},
 };
 
-int64_t parseNumber(std::string_view text) {
+int64_t parseNumber(const std::string& text) {
     if (text == "stuck") return kStuck;
     int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        throw std::invalid_argument("\"" + std::string(text) + "\" is no number");
+    if (!android::base::ParseInt(text, &number)) {
+        throw std::invalid_argument("\"" + text + "\" is no number");
     }
     return number;
 }
@@ -56,12 +57,10 @@ int64_t parseNumber(std::string_view text) {
 
 Series Series::parse(std::string_view text) {
     Series series;
-    for (;;) {
-        const size_t slash = text.find('/');
-        series.values_.push_back(parseNumber(text.substr(0, slash)));
-        if (slash == std::string_view::npos) return series;
-        text.remove_prefix(slash + 1);
+    for (const std::string& value : android::base::Split(std::string(text), "/")) {
+        series.values_.push_back(parseNumber(value));
     }
+    return series;
 }
 
 int64_t Series::take() {

@@ -8,15 +8,19 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include <android-base/parseint.h>
 #include <android-base/properties.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
 #include "sim/Clock.h"
 #include "sim/Profile.h"
@@ -28,39 +32,27 @@ namespace sim {
 
 namespace {
 
-/** What a setting of a property begins with. */
-constexpr std::string_view kProperty = "prop.";
+using android::base::unique_fd;
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-class Fd {
-  public:
-    Fd(int fd, const char* what) : fd_(fd) {
-        if (fd_ < 0) fail(what);
-    }
-    ~Fd() { ::close(fd_); }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    const int fd_;
-};
+/** Owns a descriptor that has just been opened. */
+unique_fd own(int fd, const char* what) {
+    if (fd < 0) fail(what);
+    return unique_fd(fd);
+}
 
 void writeFile(const char* path, std::string_view text) {
-    const Fd file(open(path, O_WRONLY | O_CLOEXEC), path);
+    const unique_fd file = own(open(path, O_WRONLY | O_CLOEXEC), path);
     if (write(file.get(), text.data(), text.size()) < 0) fail(path);
 }
 
 std::string readFile(const char* path) {
-    const Fd file(open(path, O_RDONLY | O_CLOEXEC), path);
-    std::string text;
-    char chunk[65536];
-    ssize_t size;
-    while ((size = read(file.get(), chunk, sizeof(chunk))) > 0) text.append(chunk, size);
-    return text;
+    std::ifstream file(path);
+    if (!file) fail(path);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /** Makes this process root of a user namespace of its own, where it may mount and chroot. */
@@ -108,7 +100,7 @@ int makeFileSystem(int fuse) {
                              {"group_id", std::to_string(getegid())}};
     const int opened = fsopen("fuse", FSOPEN_CLOEXEC);
     if (opened < 0 && errno == ENOSYS) return mountFileSystem(options);
-    const Fd context(opened, "the kernel offers no FUSE file system");
+    const unique_fd context = own(opened, "the kernel offers no FUSE file system");
     for (const auto& [key, value] : options) {
         if (fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) != 0) fail(key);
     }
@@ -136,22 +128,20 @@ void enter(int root) {
 
 std::vector<std::pair<std::string, std::string>> parseSettings(std::string_view text) {
     std::vector<std::pair<std::string, std::string>> settings;
-    while (!text.empty()) {
-        const std::string_view setting = text.substr(0, text.find(','));
+    for (const std::string& setting : android::base::Split(std::string(text), ",")) {
+        if (setting.empty()) continue;
         const size_t equals = setting.find('=');
-        if (equals == std::string_view::npos) {
-            throw std::invalid_argument("\"" + std::string(setting) + "\" is not KEY=VALUE");
+        if (equals == std::string::npos) {
+            throw std::invalid_argument("\"" + setting + "\" is not KEY=VALUE");
         }
         settings.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
-        text.remove_prefix(std::min(setting.size() + 1, text.size()));
     }
     return settings;
 }
 
 unsigned parsePace(const std::string& text) {
     unsigned pace = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pace);
-    if (error != std::errc() || *end != '\0') throw std::invalid_argument("pace takes a number");
+    if (!android::base::ParseUint(text, &pace)) throw std::invalid_argument("pace takes a number");
     return pace;
 }
 
@@ -191,8 +181,8 @@ Simulator::Simulator(std::string_view device) {
 
     if (geteuid() != 0) becomeRoot();
     if (unshare(CLONE_NEWNET) != 0) fail("the system allows no network namespace; try as root");
-    const Fd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
-    const Fd root(makeFileSystem(fuse.get()), "fsmount");
+    const unique_fd fuse = own(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
+    const unique_fd root = own(makeFileSystem(fuse.get()), "fsmount");
     serve(fuse.get(), root.get(), profile, platform == "mtk");
     enter(root.get());
 
@@ -204,8 +194,8 @@ Simulator::Simulator(std::string_view device) {
 }
 
 void Simulator::set(const std::string& key, const std::string& value) {
-    if (key.compare(0, kProperty.size(), kProperty) == 0) {
-        setProperty(key.substr(kProperty.size()), value);
+    if (std::string_view property = key; android::base::ConsumePrefix(&property, "prop.")) {
+        setProperty(std::string(property), value);
         return;
     }
     try {

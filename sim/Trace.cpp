@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+
 namespace sim {
 
 namespace {
@@ -53,11 +56,7 @@ void parseTransfer(std::string_view line, Event& event) {
     event.text = std::to_string(count);
     event.offset = offset;
     const std::string outcome(line.substr(length));
-    char* end;
-    event.moved = strtol(outcome.c_str(), &end, 10);
-    if (*end == '\0') return;
-    event.moved = -1;
-    event.error = outcome;
+    if (!android::base::ParseInt(outcome, &event.moved)) event.error = outcome;
 }
 
 Event parseLine(std::string_view line) {
@@ -86,10 +85,8 @@ Event parseLine(std::string_view line) {
 
 Trace parseTrace(std::string_view lines) {
     Trace trace;
-    while (!lines.empty()) {
-        const std::string_view line = lines.substr(0, lines.find('\n'));
-        trace.push_back(parseLine(line));
-        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+    for (const std::string& line : android::base::Split(std::string(lines), "\n")) {
+        if (!line.empty()) trace.push_back(parseLine(line));
     }
     return trace;
 }

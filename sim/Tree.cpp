@@ -130,7 +130,7 @@ int Tree::space(const std::string& path, struct statvfs& space) const {
     if (find(path) == nullptr) return -ENOENT;
     space = {};
     for (const auto& [below, answer] : spaces_) {
-        if (path.compare(0, below.size(), below) == 0) space = answer();
+        if (android::base::StartsWith(path, below)) space = answer();
     }
     return 0;
 }

@@ -16,25 +16,26 @@
 #include <string>
 #include <system_error>
 
+#include <android-base/unique_fd.h>
+
 #include "fbo/snapshot/DropEvent.h"
 
 namespace sim {
 
 namespace {
 
+using android::base::unique_fd;
 using vendor::nivora::hardware::fbo::implementation::kDropEvent;
 
 /** Sends `message` to the kernel, or to a multicast group as if from the kernel. */
 void send(std::string_view message, unsigned group) {
-    const int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    const unique_fd fd(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = group;
-    const ssize_t size = sendto(fd, message.data(), message.size(), 0,
+    const ssize_t size = sendto(fd.get(), message.data(), message.size(), 0,
                                 reinterpret_cast<sockaddr*>(&address), sizeof(address));
-    const int error = errno;
-    close(fd);
-    if (size < 0) throw std::system_error(error, std::generic_category(), "uevent");
+    if (size < 0) throw std::system_error(errno, std::generic_category(), "uevent");
 }
 
 /** Enters a namespace of the process `pid`, unless this process is in it already. */
@@ -46,11 +47,8 @@ void enterNamespace(pid_t pid, const std::string& kind) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     if (stat(("/proc/self/ns/" + kind).c_str(), &ours) == 0 && ours.st_ino == theirs.st_ino) return;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const int result = setns(fd, 0);
-    const int error = errno;
-    close(fd);
-    if (result != 0) throw std::system_error(error, std::generic_category(), path);
+    const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (setns(fd.get(), 0) != 0) throw std::system_error(errno, std::generic_category(), path);
 }
 
 constexpr int kDescriptors = 256;

@@ -1,6 +1,5 @@
 #include "Phone.h"
 
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -8,6 +7,8 @@
 #include <tuple>
 #include <type_traits>
 #include <vector>
+
+#include <android-base/strings.h>
 
 #include "fbo/defrag/Capability.h"
 #include "fbo/defrag/Clear.h"
@@ -95,9 +96,7 @@ std::string run(Function function, std::string arguments) {
                 (showOutput<Arguments>(value, answers), ...);
             },
             values);
-    std::string text;
-    for (const std::string& answer : answers) text += " " + answer;
-    return text.substr(std::min<size_t>(1, text.size()));
+    return android::base::Join(answers, ' ');
 }
 
 template <typename Result, typename... Arguments>

@@ -8,6 +8,7 @@
 #include <regex>
 #include <thread>
 
+#include <android-base/strings.h>
 #include <android/log.h>
 
 #include "fbo/Globals.h"
@@ -16,6 +17,9 @@
 #include "sim/Uevent.h"
 
 namespace {
+
+using android::base::ConsumePrefix;
+using android::base::Split;
 
 const std::map<std::string, std::string> kShortNames = {{"fbo_send_lr_list", "list"},
                                                         {"fbo_operation_control", "op"},
@@ -57,18 +61,6 @@ std::string join(const std::vector<std::string>& words) {
 
 std::string line(const sim::Event& event) {
     return std::string(1, event.priority) + " " + event.function + " " + event.text;
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
-    for (const char c : text) {
-        if (c == separator) {
-            parts.emplace_back();
-        } else {
-            parts.back() += c;
-        }
-    }
-    return parts;
 }
 
 }  // namespace
@@ -149,7 +141,7 @@ std::vector<int> Phone::openDescriptors() {
 }
 
 void Phone::set(const std::string& settings) {
-    for (const std::string& setting : split(settings, ',')) {
+    for (const std::string& setting : Split(settings, ",")) {
         const size_t equals = setting.find('=');
         if (equals < setting.size()) set(setting.substr(0, equals), setting.substr(equals + 1));
     }
@@ -168,8 +160,8 @@ std::string Phone::call(const std::string& text) {
 void Phone::expect(const std::vector<Row>& rows) {
     for (Row row : rows) {
         const std::string calls = row.call;
-        for (const std::string& settings : split(row.settings, ';')) {
-            for (const std::string& call : split(calls, ';')) {
+        for (const std::string& settings : Split(row.settings, ";")) {
+            for (const std::string& call : Split(calls, ";")) {
                 row.settings = settings;
                 row.call = call;
                 check(row);
@@ -194,15 +186,17 @@ void Phone::check(const Row& row) {
         EXPECT_EQ(effectsOf(trace), row.effects);
     }
     const std::string log = logOf(trace);
-    for (const std::string& text : split(row.log, ';')) {
-        const bool forbidden = text.compare(0, 1, "!") == 0;
-        const bool found = log.find(text.substr(forbidden)) != std::string::npos;
+    for (const std::string& text : Split(row.log, ";")) {
+        std::string_view part = text;
+        const bool forbidden = ConsumePrefix(&part, "!");
+        const bool found = log.find(part) != std::string::npos;
         EXPECT_NE(found, forbidden) << text << " in\n" << log;
     }
-    for (const std::string& setting : split(row.settings, ',')) {
+    for (const std::string& setting : Split(row.settings, ",")) {
         const std::string key = setting.substr(0, setting.find('='));
-        if (key.compare(0, 6, "fault.") == 0) set(key, "none");
-        if (key.compare(0, 5, "node.") == 0) set("unscript", key.substr(5));
+        std::string_view node = key;
+        if (ConsumePrefix(&node, "fault.")) set(key, "none");
+        if (ConsumePrefix(&node, "node.")) set("unscript", std::string(node));
     }
 }
 

@@ -1,12 +1,13 @@
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <csignal>
 #include <cstdio>
-#include <iostream>
-#include <iterator>
 #include <utility>
+
+#include <android-base/file.h>
 
 #include "Commands.h"
 #include "Extents.h"
@@ -102,7 +103,7 @@ ExitStatus runAndShow(const Options& options, const std::string& request, Json::
 std::string readRequest(const Options& options) {
     std::string request = options.arguments[0];
     if (request == "-") {
-        request.assign(std::istreambuf_iterator<char>(std::cin), {});
+        android::base::ReadFdToString(STDIN_FILENO, &request);
     }
     if (options.raw) return request;
     request.erase(std::remove_if(request.begin(), request.end(),

@@ -5,7 +5,6 @@
 #include <cutils/uevent.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +17,9 @@
 #include <string_view>
 #include <vector>
 
+#include <android-base/file.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 #include <json/json.h>
 
 #include "Answers.h"
@@ -38,6 +40,7 @@ namespace fboctl {
 namespace {
 
 using namespace vendor::nivora::hardware::fbo::implementation;
+using android::base::unique_fd;
 
 /** What came of a check: well, or what is wrong and what to do about it. */
 struct Finding {
@@ -55,14 +58,11 @@ struct Content {
 };
 
 Content readFile(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return {{}, strerror(errno)};
     Content content;
-    char chunk[4096];
-    ssize_t size;
-    while ((size = read(fd, chunk, sizeof(chunk))) > 0) content.text.append(chunk, size);
-    if (size < 0) content.error = strerror(errno);
-    close(fd);
+    const unique_fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.ok() || !android::base::ReadFdToString(fd, &content.text)) {
+        content.error = strerror(errno);
+    }
     return content;
 }
 
@@ -101,8 +101,7 @@ class Doctor {
 
     /** What a node is called in a finding: without the controller's directory. */
     std::string nameOf(const std::string& path) const {
-        const bool ours =
-                !controller_.empty() && path.compare(0, controller_.size(), controller_) == 0;
+        const bool ours = !controller_.empty() && android::base::StartsWith(path, controller_);
         return ours ? path.substr(controller_.size() + 1) : path;
     }
 
@@ -128,10 +127,9 @@ class Doctor {
 
     /** Looks at a node that is written: opens it, and neither truncates nor writes. */
     void writable(const std::string& path) {
-        const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        add(nameOf(path) + " is writable", fd < 0 ? strerror(errno) : "",
+        const unique_fd fd(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        add(nameOf(path) + " is writable", fd.ok() ? "" : strerror(errno),
             "the driver must offer it, and the service be allowed to write it");
-        if (fd >= 0) close(fd);
     }
 
     void numberProperty(const Property& property) {
@@ -261,12 +259,11 @@ void Doctor::examineWear() {
 
 void Doctor::examineUserdata() {
     const std::string link = kUserdataLink;
-    char target[512];
-    const ssize_t length = readlink(link.c_str(), target, sizeof(target));
-    add(link + " is a link", length < 0 ? strerror(errno) : "",
+    std::string path;
+    const bool is_link = android::base::Readlink(link, &path);
+    add(link + " is a link", is_link ? "" : strerror(errno),
         "without it urgent garbage collection finds no volume");
-    if (length < 0) return;
-    const std::string path(target, length);
+    if (!is_link) return;
     writable(kF2fsDirectory + path.substr(path.rfind('/') + 1) + kUrgentGcNode);
 }
 
@@ -307,10 +304,9 @@ void Doctor::examineSnapshot() {
     numberProperty(kMaxLimitProperty);
     numberProperty(kMinLimitProperty);
     numberProperty(kDeviceFreeBlockProperty);
-    const int socket = uevent_open_socket(64 * 1024, true);
-    add("the uevent socket opens", socket < 0 ? strerror(errno) : "",
+    const unique_fd socket(uevent_open_socket(64 * 1024, true));
+    add("the uevent socket opens", socket.ok() ? "" : strerror(errno),
         "the service must be allowed netlink_kobject_uevent_socket");
-    if (socket >= 0) close(socket);
     if (controller_.empty()) return;
     const std::string nodes = controller_ + kSnapshotDirectory;
     writable(nodes + node::kSnapshotCtrl);
@@ -323,14 +319,14 @@ void Doctor::examineSnapshot() {
 
 void Doctor::examineRecord() {
     const std::string path = kGsortPartition;
-    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    add(path + " opens for reading and writing", fd < 0 ? strerror(errno) : "",
+    const unique_fd fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    add(path + " opens for reading and writing", fd.ok() ? "" : strerror(errno),
         "without it no backup is taken");
-    if (fd < 0) return;
+    if (!fd.ok()) return;
     char magic[sizeof(kSnapshotMagic)] = {};
-    const ssize_t size = pread(fd, magic, sizeof(magic), kBootLunRecordOffset);
-    close(fd);
-    const bool good = size == sizeof(magic) && memcmp(magic, kSnapshotMagic, sizeof(magic)) == 0;
+    const bool read =
+            android::base::ReadFullyAtOffset(fd, magic, sizeof(magic), kBootLunRecordOffset);
+    const bool good = read && memcmp(magic, kSnapshotMagic, sizeof(magic)) == 0;
     add("the boot-LUN record has its magic",
         good ? "" : "no \"snapshot\" at " + std::to_string(kBootLunRecordOffset),
         "the record is then written back as it is, and protects no boot LUN");

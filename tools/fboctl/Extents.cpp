@@ -5,13 +5,14 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <system_error>
+
+#include <android-base/unique_fd.h>
 
 namespace fboctl {
 
@@ -106,19 +107,18 @@ void addDirectory(const fs::path& directory, uint64_t first_block,
 FileExtents readExtents(const fs::path& path, uint64_t first_block) {
     FileExtents file{path, {}, {}};
     // Not blocking: a pipe must not hold the others up.
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
+    const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.ok()) {
         file.error = strerror(errno);
         return file;
     }
     struct stat attributes;
-    if (fstat(fd, &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
+    if (fstat(fd.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
         file.error = "not a regular file";
     } else {
-        file.error = readFiemap(fd, first_block, file.ranges);
+        file.error = readFiemap(fd.get(), first_block, file.ranges);
         if (!file.error.empty()) file.ranges.clear();
     }
-    close(fd);
     return file;
 }
 

@@ -7,6 +7,9 @@
 #include <system_error>
 #include <utility>
 
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+
 #include "Platform.h"
 #include "fbo/Fbo.h"
 #include "host/LogSink.h"
@@ -25,36 +28,26 @@ class StateFile {
   public:
     explicit StateFile(const std::string& path) {
         if (path.empty()) return;
-        fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        if (fd_ < 0) throw std::system_error(errno, std::generic_category(), path);
+        fd_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (!fd_.ok()) throw std::system_error(errno, std::generic_category(), path);
     }
-    ~StateFile() {
-        if (fd_ >= 0) close(fd_);
-    }
-    StateFile(const StateFile&) = delete;
-    StateFile& operator=(const StateFile&) = delete;
 
     std::string read() const {
         std::string text;
-        char chunk[4096];
-        ssize_t size;
-        while (fd_ >= 0 &&
-               (size = pread(fd_, chunk, sizeof(chunk), static_cast<off_t>(text.size()))) > 0) {
-            text.append(chunk, size);
-        }
+        android::base::ReadFdToString(fd_, &text);
         return text;
     }
 
     void write(const std::string& text) const {
-        if (fd_ < 0) return;
-        if (ftruncate(fd_, 0) != 0 ||
-            pwrite(fd_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        if (!fd_.ok()) return;
+        if (ftruncate(fd_.get(), 0) != 0 || lseek(fd_.get(), 0, SEEK_SET) != 0 ||
+            !android::base::WriteStringToFd(text, fd_)) {
             throw std::system_error(errno, std::generic_category(), "state file");
         }
     }
 
   private:
-    int fd_ = -1;
+    android::base::unique_fd fd_;
 };
 
 /** A host with a simulated device, and an Fbo of this process registered for it. */

@@ -3,7 +3,6 @@
  * to simulate.
  */
 
-#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,11 +18,15 @@
 #include <thread>
 #include <utility>
 
+#include <android-base/unique_fd.h>
+
 #include "Platform.h"
 
 namespace fboctl {
 
 namespace {
+
+using android::base::unique_fd;
 
 constexpr char kPrefix[] = "?/mem_fbo";
 
@@ -56,20 +59,18 @@ class Phone : public Platform {
     /** On the main thread: logcat ends with the thread that starts it. */
     explicit Phone(LogReader reader) {
         if (!reader) return;
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) return;
+        unique_fd output;
+        unique_fd input;
+        if (!android::base::Pipe(&output, &input)) return;
         // What was logged before is not of this call.
         const std::string since = describeNow();
         const pid_t self = getpid();
         logcat_ = fork();
-        if (logcat_ == 0) becomeLogcat(self, since, ends[1]);
-        close(ends[1]);
-        if (logcat_ < 0) {
-            // Without the log the call is made all the same.
-            close(ends[0]);
-            return;
-        }
-        reader_ = std::thread([fd = ends[0], reader = std::move(reader)] { copy(fd, reader); });
+        if (logcat_ == 0) becomeLogcat(self, since, input.get());
+        // Without the log the call is made all the same.
+        if (logcat_ < 0) return;
+        reader_ = std::thread(
+                [fd = output.release(), reader = std::move(reader)] { copy(fd, reader); });
     }
 
     ~Phone() override {

@@ -1,7 +1,6 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -9,6 +8,8 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+
+#include <android-base/parseint.h>
 
 #include "Commands.h"
 #include "LogLine.h"
@@ -120,8 +121,7 @@ class Outcome {
 
 int parsePid(const std::string& text) {
     int pid = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
-    if (error != std::errc() || *end != '\0' || pid <= 0) {
+    if (!android::base::ParseInt(text, &pid, 1)) {
         throw UsageError("snapshot event takes a process id, not \"" + text + "\"");
     }
     return pid;

@@ -1,9 +1,10 @@
 /*
- * Properties that are this process's alone, as in Debian's libbase, for a build that cannot use
- * that: it passes texts of libstdc++.
+ * What this project uses of libbase, for a build that cannot use Debian's: that passes texts of
+ * libstdc++. Properties are this process's alone, as in Debian's.
  */
 
 #include <android-base/properties.h>
+#include <android-base/strings.h>
 
 #include <cstring>
 #include <map>
@@ -51,5 +52,26 @@ bool SetProperty(const std::string& key, const std::string& value) {
     properties().values[key] = text;
     return true;
 }
+
+std::vector<std::string> Split(const std::string& s, const std::string& delimiters) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (size_t end; (end = s.find_first_of(delimiters, start)) != std::string::npos;) {
+        parts.push_back(s.substr(start, end - start));
+        start = end + 1;
+    }
+    parts.push_back(s.substr(start));
+    return parts;
+}
+
+bool StartsWith(std::string_view s, std::string_view prefix) {
+    return s.substr(0, prefix.size()) == prefix;
+}
+
+bool EndsWith(std::string_view s, std::string_view suffix) {
+    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
+}
+
+template std::string Join(const std::vector<std::string>&, char);
 
 }  // namespace android::base
