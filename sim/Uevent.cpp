@@ -38,17 +38,20 @@ void send(std::string_view message, unsigned group) {
     if (size < 0) throw std::system_error(errno, std::generic_category(), "uevent");
 }
 
-/** Enters a namespace of the process `pid`, unless this process is in it already. */
-void enterNamespace(pid_t pid, const std::string& kind) {
+/** Enters a namespace of the process `pid`; false if this process is in it already. */
+bool enterNamespace(pid_t pid, const std::string& kind) {
     const std::string path = "/proc/" + std::to_string(pid) + "/ns/" + kind;
     struct stat theirs;
     struct stat ours;
     if (stat(path.c_str(), &theirs) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     }
-    if (stat(("/proc/self/ns/" + kind).c_str(), &ours) == 0 && ours.st_ino == theirs.st_ino) return;
+    if (stat(("/proc/self/ns/" + kind).c_str(), &ours) == 0 && ours.st_ino == theirs.st_ino) {
+        return false;
+    }
     const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (setns(fd.get(), 0) != 0) throw std::system_error(errno, std::generic_category(), path);
+    return true;
 }
 
 constexpr int kDescriptors = 256;
@@ -98,7 +101,10 @@ std::string dropEvent() {
 
 void sendKernelUeventTo(pid_t pid, std::string_view message) {
     enterNamespace(pid, "user");
-    enterNamespace(pid, "net");
+    // In this machine's own namespace every program that listens would take it for real.
+    if (!enterNamespace(pid, "net")) {
+        throw std::invalid_argument("process " + std::to_string(pid) + " has no simulated device");
+    }
     sendKernelUevent(message);
 }
 

@@ -55,8 +55,8 @@ Answer transact(uint64_t service, Code code, const std::string& text = {}) {
     Reply reply;
     Answer answer;
     // A service that refuses a request may do so before it has read all of it.
-    if (fd.get() >= 0) sendRequest(fd.get(), request, text);
-    if (fd.get() < 0 || !receiveReply(fd.get(), reply, answer.text)) {
+    if (fd.ok()) sendRequest(fd.get(), request, text);
+    if (!fd.ok() || !receiveReply(fd.get(), reply, answer.text)) {
         return {Status::fromStatusT(DEAD_OBJECT), 0, {}};
     }
     answer.value = reply.value;
@@ -74,7 +74,7 @@ unique_fd openLink(uint64_t service) {
     request.service = service;
     Reply reply;
     std::string text;
-    const bool is_alive = fd.get() >= 0 && sendRequest(fd.get(), request) &&
+    const bool is_alive = fd.ok() && sendRequest(fd.get(), request) &&
                           receiveReply(fd.get(), reply, text) && reply.error == OK;
     return is_alive ? std::move(fd) : unique_fd();
 }
@@ -95,7 +95,7 @@ class FboProxy : public IFbo {
         // Whoever was to be told is told no more.
         const std::lock_guard<std::mutex> lock(deaths_->mutex);
         deaths_->recipients.clear();
-        if (deaths_->link.get() >= 0) shutdown(deaths_->link.get(), SHUT_RDWR);
+        if (deaths_->link.ok()) shutdown(deaths_->link.get(), SHUT_RDWR);
     }
 
     bool isRemote() const override { return true; }
@@ -153,9 +153,9 @@ class FboProxy : public IFbo {
     Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
         const std::lock_guard<std::mutex> lock(deaths_->mutex);
         if (recipient == nullptr || deaths_->is_dead) return false;
-        if (deaths_->link.get() < 0) {
+        if (!deaths_->link.ok()) {
             deaths_->link = openLink(service_);
-            if (deaths_->link.get() < 0) return false;
+            if (!deaths_->link.ok()) return false;
             std::thread(awaitDeath, deaths_, wp<IBase>(this)).detach();
         }
         deaths_->recipients.emplace_back(recipient, cookie);
@@ -224,7 +224,7 @@ void watchRemoteServices(const sp<IServiceNotification>& notification) {
     std::thread([notification] {
         for (bool preexisting = true;; preexisting = false) {
             const unique_fd link = openLink(0);
-            if (link.get() >= 0) {
+            if (link.ok()) {
                 // Its answer is of no use to anybody, and may be a failure.
                 (void)notification->onRegistration(IFbo::descriptor, "default", preexisting).isOk();
                 awaitEnd(link.get());

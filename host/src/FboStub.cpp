@@ -213,7 +213,7 @@ void acceptClients() {
     std::atomic<int>& connections = runtime().connections;
     for (;;) {
         unique_fd client(accept4(runtime().socket, nullptr, nullptr, SOCK_CLOEXEC));
-        if (client.get() < 0) {
+        if (!client.ok()) {
             // For want of something that may be there later.
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;

@@ -4,6 +4,10 @@
 
 namespace fboctl {
 
+// Serve.cpp
+ExitStatus run(const Options& options);
+ExitStatus serve(const Options& options);
+
 // Queries.cpp
 ExitStatus support(const Options& options);
 ExitStatus euaSupport(const Options& options);
@@ -67,17 +71,26 @@ constexpr Command kCommands[] = {
         {"snapshot drop", "", "Drop the snapshot; takes up to 30 seconds.", snapshotDrop},
         {"snapshot status", "", "Show the state of the snapshot.", snapshotStatus},
         {"snapshot watch", "",
-         "With --sim: keep the service up until Ctrl-C and show each drop event that\n"
-         "comes, and what came of it.",
+         "Show each drop event that comes, and what came of it, until Ctrl-C; with\n"
+         "--sim, keep a service up for it.",
          snapshotWatch},
         {"snapshot event", "[PID]",
          "Have the kernel send the drop event: with --sim to a service of its own,\n"
-         "otherwise to that of the watch with this process id.",
+         "otherwise to the one that runs, or to the watch with this process id.",
          snapshotEvent},
         {"doctor", "[FEATURE]",
          "Check, step by step and without changing anything, that all is there\n"
          "that the service needs; for fbo, eua or snapshot alone, or for all.",
          doctor},
+        {"run", "COMMAND…",
+         "With --sim: run a command of this host beside a service on the simulated\n"
+         "device. It finds the service as on a phone, and so does fboctl without --sim.\n"
+         "The exit status is the command's.",
+         run},
+        {"serve", "",
+         "With --sim: keep such a service up until Ctrl-C, for all programs that this\n"
+         "user starts.",
+         serve},
 };
 
 }  // namespace fboctl

@@ -1,18 +1,20 @@
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
 #include <stdexcept>
-#include <system_error>
+#include <string>
+#include <thread>
 #include <utility>
 
-#include <android-base/file.h>
-#include <android-base/unique_fd.h>
-
 #include "Platform.h"
+#include "SimulatedDevice.h"
 #include "fbo/Fbo.h"
 #include "host/LogSink.h"
+#include "host/Runtime.h"
 #include "sim/Clock.h"
 #include "sim/Simulator.h"
 #include "sim/Uevent.h"
@@ -21,67 +23,103 @@ namespace fboctl {
 
 namespace {
 
+using android::sp;
 using vendor::nivora::hardware::fbo::implementation::Fbo;
-
-/** The file that keeps the flash's state; opened before the device hides it. */
-class StateFile {
-  public:
-    explicit StateFile(const std::string& path) {
-        if (path.empty()) return;
-        fd_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-        if (!fd_.ok()) throw std::system_error(errno, std::generic_category(), path);
-    }
-
-    std::string read() const {
-        std::string text;
-        android::base::ReadFdToString(fd_, &text);
-        return text;
-    }
-
-    void write(const std::string& text) const {
-        if (!fd_.ok()) return;
-        if (ftruncate(fd_.get(), 0) != 0 || lseek(fd_.get(), 0, SEEK_SET) != 0 ||
-            !android::base::WriteStringToFd(text, fd_)) {
-            throw std::system_error(errno, std::generic_category(), "state file");
-        }
-    }
-
-  private:
-    android::base::unique_fd fd_;
-};
+using vendor::nivora::hardware::fbo::V1_0::IFbo;
 
 /** A host with a simulated device, and an Fbo of this process registered for it. */
 class SimulatedHost : public Platform {
   public:
-    SimulatedHost(const SimOptions& sim, LogReader reader)
-        : state_(sim.state_file), simulator_(sim.device) {
+    SimulatedHost(const SimOptions& sim, LogReader reader) : device_(sim) {
         host::setLogSink([reader = std::move(reader)](int priority, const char*, const char* text) {
             if (reader) reader("??VDIWEF"[priority & 7], text);
         });
-        simulator_.setOptimised(state_.read());
-        if (sim.trace) simulator_.set("print", "1");
-        const android::sp<Fbo> service = new Fbo;
+        const sp<Fbo> service = new Fbo;
         if (service->registerAsService() != android::OK) {
             throw std::runtime_error("the service cannot be registered");
         }
     }
 
-    ~SimulatedHost() override {
-        host::setLogSink(nullptr);
-        try {
-            state_.write(simulator_.optimised());
-        } catch (const std::exception& error) {
-            fprintf(stderr, "fboctl: the device's state is not kept: %s\n", error.what());
-        }
-    }
+    ~SimulatedHost() override { host::setLogSink(nullptr); }
 
     void sendDropEvent() override { sim::sendKernelUevent(sim::dropEvent()); }
 
     void keepUp() override { sim::followRealTime(); }
 
   private:
-    const StateFile state_;
-    sim::Simulator simulator_;
+    const SimulatedDevice device_;
+};
+
+/** A host on which another program serves a phone: the service's log is in a file there. */
+class ServedHost : public Platform {
+  public:
+    explicit ServedHost(LogReader reader)
+        : reader_(std::move(reader)), log_(fopen((host::phoneDirectory() + "/log").c_str(), "re")) {
+        if (!reader_ || log_ == nullptr) return;
+        // What was logged before is not of this call.
+        fseek(log_.get(), 0, SEEK_END);
+        follower_ = std::thread([this] {
+            std::unique_lock<std::mutex> lock(mutex_);
+            while (!ended_) {
+                handOn();
+                ending_.wait_for(lock, std::chrono::milliseconds(20));
+            }
+        });
+    }
+
+    ~ServedHost() override {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            ended_ = true;
+            ending_.notify_all();
+        }
+        if (follower_.joinable()) follower_.join();
+    }
+
+    const char* whyNoService() const override {
+        return "there is no service; on a host use --sim, or run and serve with --sim";
+    }
+
+    /** What a call has logged is in the file when the call ends. */
+    void waitForLog() const override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        handOn();
+    }
+
+    void sendDropEvent() override {
+        const sp<IFbo> service = IFbo::tryGetService();
+        if (service == nullptr) throw std::runtime_error(whyNoService());
+        int pid = 0;
+        const auto asked = service->getDebugInfo([&](const auto& info) { pid = info.pid; });
+        if (!asked.isOk()) throw std::runtime_error("the service has died");
+        sendDropEventTo(pid);
+    }
+
+  private:
+    /** Hands on the lines that have come: "P/TAG: TEXT" each. */
+    void handOn() const {
+        if (log_ == nullptr || !reader_) return;
+        clearerr(log_.get());
+        char* line = nullptr;
+        size_t size = 0;
+        while (getline(&line, &size, log_.get()) > 0) {
+            line[strcspn(line, "\n")] = '\0';
+            const char* const text = strstr(line, ": ");
+            if (text != nullptr) reader_(line[0], text + 2);
+        }
+        free(line);
+    }
+
+    struct Close {
+        void operator()(FILE* file) const { fclose(file); }
+    };
+
+    const LogReader reader_;
+    const std::unique_ptr<FILE, Close> log_;
+    mutable std::mutex mutex_;
+    std::condition_variable ending_;
+    bool ended_ = false;
+    std::thread follower_;
 };
 
 }  // namespace
@@ -91,8 +129,7 @@ std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader)
     if (sim.trace || !sim.state_file.empty()) {
         throw std::invalid_argument("--trace and --sim-state need --sim");
     }
-    // A host without a device: no service is to be found.
-    return std::make_unique<Platform>();
+    return std::make_unique<ServedHost>(std::move(reader));
 }
 
 void sendDropEventTo(int pid) {

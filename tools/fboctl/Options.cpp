@@ -3,6 +3,8 @@
 #include <getopt.h>
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
@@ -32,6 +34,7 @@ Options:
                         or ufs31:kioxia,analysis=stuck. "--sim list" shows devices and settings
   --sim-state FILE      Keep in FILE what the simulated flash has optimised
   --trace               Show the simulated device's node traffic on standard error
+  --restart             run, serve: start the service again when it has died
   --help                Show this
 
 Ctrl-C asks a run to stop; it ends as soon as the device is idle and its figures are shown all
@@ -49,9 +52,10 @@ Examples:
   fboctl --sim ufs31:kioxia --log --trace trigger 81920,64,204800,128
   fboctl --sim ufs40:micron,snapshot=2 snapshot event
   fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
+  fboctl --sim ufs40:samsung,pace=20 run sh -c 'fboctl trigger 8,8 & sleep 1; fboctl stop; wait'
 )";
 
-enum Option { kFirstBlock = 256, kRaw, kJson, kLog, kSim, kSimState, kTrace };
+enum Option { kFirstBlock = 256, kRaw, kJson, kLog, kSim, kSimState, kTrace, kRestart };
 
 constexpr option kOptions[] = {
         {"first-block", required_argument, nullptr, kFirstBlock},
@@ -61,6 +65,7 @@ constexpr option kOptions[] = {
         {"sim", required_argument, nullptr, kSim},
         {"sim-state", required_argument, nullptr, kSimState},
         {"trace", no_argument, nullptr, kTrace},
+        {"restart", no_argument, nullptr, kRestart},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
 };
@@ -96,6 +101,9 @@ void apply(int option, Options& options) {
         case kTrace:
             options.sim.trace = true;
             break;
+        case kRestart:
+            options.restart = true;
+            break;
         case 'h':
             options.help = true;
             break;
@@ -127,16 +135,19 @@ std::string describeUsage() {
 
 Options parseOptions(int argc, char** argv) {
     Options options;
+    std::vector<std::string> words;
     int option;
-    while ((option = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1) {
-        apply(option, options);
+    // Words come in their place among the options; what follows "run" has options of its own.
+    while ((words.empty() || words[0] != "run") &&
+           (option = getopt_long(argc, argv, "-h", kOptions, nullptr)) != -1) {
+        option == 1 ? words.push_back(optarg) : apply(option, options);
     }
-    if (optind < argc) options.command = argv[optind++];
+    words.insert(words.end(), argv + optind, argv + argc);
+    if (words.empty()) return options;
     // The commands of a feature are two words.
-    if ((options.command == "eua" || options.command == "snapshot") && optind < argc) {
-        options.command += std::string(" ") + argv[optind++];
-    }
-    options.arguments.assign(argv + optind, argv + argc);
+    const bool is_pair = words.size() > 1 && (words[0] == "eua" || words[0] == "snapshot");
+    options.command = is_pair ? words[0] + " " + words[1] : words[0];
+    options.arguments.assign(words.begin() + (is_pair ? 2 : 1), words.end());
     return options;
 }
 

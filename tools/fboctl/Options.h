@@ -10,7 +10,7 @@
 namespace fboctl {
 
 /** What a run of the program ends with. */
-enum ExitStatus {
+enum ExitStatus : int {
     kDone = 0,
     /** The answer is no, or what was asked for failed. */
     kNo = 1,
@@ -32,6 +32,7 @@ struct Options {
     bool raw = false;
     bool log = false;
     bool json = false;
+    bool restart = false;
     bool help = false;
 };
 

@@ -117,6 +117,10 @@ std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader)
     return std::make_unique<Phone>(std::move(reader));
 }
 
+int servePhone(const SimOptions&, const ServeOptions&) {
+    throw std::invalid_argument("a phone has its service, and no simulated device (run, serve)");
+}
+
 void sendDropEventTo(int) {
     throw std::invalid_argument("on a phone the driver sends the drop event");
 }

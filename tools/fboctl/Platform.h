@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace fboctl {
 
@@ -18,6 +19,16 @@ struct SimOptions {
     std::string state_file;
     /** Whether to print the node traffic. */
     bool trace = false;
+};
+
+/** How the user wants a simulated phone for other programs. */
+struct ServeOptions {
+    /** A command to run meanwhile, with its arguments; empty: until a signal comes. */
+    std::vector<std::string> command;
+    /** Whether to start a service again that has died. */
+    bool restart = false;
+    /** Whether to show the service's log. */
+    bool log = false;
 };
 
 /** What a host does in its own way and a phone in another; it ends with this object. */
@@ -46,6 +57,14 @@ class Platform {
  * not allow it.
  */
 std::unique_ptr<Platform> startPlatform(const SimOptions& sim, LogReader reader);
+
+/**
+ * Serves a simulated phone to other programs. To be called while the program has one thread.
+ *
+ * @return what to end with, which is the command's exit status if there is a command; 128 and the
+ *     number of the signal if one has ended it.
+ */
+int servePhone(const SimOptions& sim, const ServeOptions& options);
 
 /** Sends the drop event to the simulated device that the process `pid` keeps up. */
 void sendDropEventTo(int pid);

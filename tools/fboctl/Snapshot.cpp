@@ -178,7 +178,8 @@ ExitStatus snapshotEvent(const Options& options) {
     }
     Outcome outcome;
     const Session session(options, outcome.reader());
-    outcome.awaitListener();
+    // The service of a device of this program's own has only just begun.
+    if (!options.sim.device.empty()) outcome.awaitListener();
     // An event that comes before the service listens is lost; it is sent until one is heard.
     const char* text = nullptr;
     for (int tries = 0; tries < 50 && text == nullptr; ++tries) {

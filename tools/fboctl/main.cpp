@@ -31,7 +31,7 @@ void checkArguments(const Command& command, size_t count) {
     if (count > most) throw UsageError(std::string(command.name) + ": too much after it");
 }
 
-ExitStatus run(const Options& options) {
+ExitStatus carryOut(const Options& options) {
     if (options.help) {
         fputs(describeUsage().c_str(), stdout);
         return kDone;
@@ -52,7 +52,7 @@ ExitStatus run(const Options& options) {
 int main(int argc, char** argv) {
     using namespace fboctl;
     try {
-        return run(parseOptions(argc, argv));
+        return carryOut(parseOptions(argc, argv));
     } catch (const std::invalid_argument& error) {
         if (*error.what() != '\0') fprintf(stderr, "fboctl: %s\n", error.what());
         fprintf(stderr, "fboctl: see fboctl --help\n");

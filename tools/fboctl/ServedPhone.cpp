@@ -1,0 +1,338 @@
+/*
+ * A simulated phone for other programs. These processes take part:
+ *
+ *     fboctl            stays on the host, runs the user's command and ends everything
+ *     the phone         sees the simulated device alone, starts the service and, like init, does
+ *                       so again
+ *     the device        serves the nodes (sim::Simulator)
+ *     the service       what a phone builds from service/main.cpp, with a log in a file
+ */
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <vendor/nivora/hardware/fbo/1.0/IFbo.h>
+
+#include "Platform.h"
+#include "SimulatedDevice.h"
+#include "host/LogSink.h"
+#include "host/Runtime.h"
+#include "sim/Clock.h"
+
+/** The main() of service/main.cpp, by another name in this program. */
+int serviceMain();
+
+namespace fboctl {
+
+namespace {
+
+using android::base::unique_fd;
+using ::vendor::nivora::hardware::fbo::V1_0::IFbo;
+
+/** What a shell makes of a command that a signal has ended. */
+constexpr int kSignalled = 128;
+constexpr int kNotFound = 127;
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+/** Signals that this process deals with itself, one after the other. */
+class Signals {
+  public:
+    explicit Signals(std::initializer_list<int> signals) {
+        sigemptyset(&signals_);
+        for (const int signal : signals) sigaddset(&signals_, signal);
+        sigprocmask(SIG_BLOCK, &signals_, &before_);
+    }
+    ~Signals() { letPass(); }
+    Signals(const Signals&) = delete;
+    Signals& operator=(const Signals&) = delete;
+
+    siginfo_t await() const {
+        siginfo_t signal{};
+        while (sigwaitinfo(&signals_, &signal) < 0) {
+        }
+        return signal;
+    }
+    /** Whether one of them has come that is to end this process. */
+    bool endIsWanted() const {
+        sigset_t pending;
+        sigpending(&pending);
+        sigdelset(&pending, SIGCHLD);
+        sigandset(&pending, &pending, &signals_);
+        return sigisemptyset(&pending) == 0;
+    }
+    /** In a process forked from this one: signals are what they were before. */
+    void letPass() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  private:
+    sigset_t signals_;
+    sigset_t before_;
+};
+
+/** Forks a process that gets `signal` when this one ends; 0 in that process. */
+pid_t forkBound(int signal) {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0) fail("fork");
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, signal);
+        if (getppid() != parent) _exit(EXIT_FAILURE);
+    }
+    return child;
+}
+
+/** The directory where clients find the service, in which no other phone is served. */
+class Directory {
+  public:
+    /** @param of_its_own a new one, that ends with this object. */
+    explicit Directory(bool of_its_own) : path_(host::phoneDirectory()), is_own_(of_its_own) {
+        if (is_own_) {
+            const char* place = getenv("TMPDIR");
+            path_ = std::string(place == nullptr ? "/tmp" : place) + "/nivora-fbo-XXXXXX";
+            if (mkdtemp(path_.data()) == nullptr) fail(path_);
+        } else if (mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) {
+            fail(path_);
+        }
+        fd_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd_.ok()) fail(path_);
+        struct stat attributes {};
+        if (fstat(fd_.get(), &attributes) != 0) fail(path_);
+        if (attributes.st_uid != geteuid() || (attributes.st_mode & 077) != 0) {
+            throw std::runtime_error(path_ + " is not this user's alone");
+        }
+        if (path_.size() + strlen("/service") >= sizeof(sockaddr_un::sun_path)) {
+            throw std::runtime_error(path_ + " is too long a name");
+        }
+        if (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
+            throw std::runtime_error(path_ + " is served already");
+        }
+        setenv("NIVORA_FBO_PHONE", path_.c_str(), 1);
+    }
+    ~Directory() {
+        unlinkat(fd_.get(), "service", 0);
+        unlinkat(fd_.get(), "log", 0);
+        if (is_own_) rmdir(path_.c_str());
+    }
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    const std::string& path() const { return path_; }
+    int fd() const { return fd_.get(); }
+
+  private:
+    std::string path_;
+    const bool is_own_;
+    unique_fd fd_;
+};
+
+/** Writes the log as logcat shows it: each line with its priority and tag. */
+void logTo(int file, bool show) {
+    host::setLogSink([file, show](int priority, const char* tag, const char* text) {
+        const char letter = "??VDIWEF"[priority & 7];
+        const std::string prefix = std::string(1, letter) + "/" + tag + ": ";
+        std::string lines = prefix;
+        for (const char* c = text; *c != '\0'; ++c) {
+            lines += *c;
+            if (*c == '\n') lines += prefix;
+        }
+        lines += '\n';
+        if (write(file, lines.data(), lines.size()) < 0) perror("fboctl: the log");
+        if (show) fprintf(stderr, "%c %s: %s\n", letter, tag, text);
+    });
+}
+
+/** The phone: starts the service, and again when it has died. */
+class Phone {
+  public:
+    Phone(const SimOptions& sim, const ServeOptions& options, int directory, const Signals& signals)
+        : options_(options),
+          directory_(directory),
+          signals_(signals),
+          log_(openat(directory, "log", O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600)),
+          device_(sim) {
+        if (!log_.ok()) fail("log");
+        // What waits for events from outside waits in real time.
+        sim::followRealTime();
+    }
+
+    /** Returns what the program ends with, once it is told to or the service is gone for good. */
+    int keepUp() {
+        start();
+        for (;;) {
+            if (signals_.await().si_signo == SIGTERM) {
+                kill(service_, SIGKILL);
+                return EXIT_SUCCESS;
+            }
+            int status = 0;
+            for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+                if (ended != service_) throw std::runtime_error("the simulated device has ended");
+                if (!startAgain(status)) return EXIT_FAILURE;
+            }
+        }
+    }
+
+  private:
+    bool startAgain(int status) {
+        const std::string how = WIFSIGNALED(status)
+                                        ? strsignal(WTERMSIG(status))
+                                        : "exit status " + std::to_string(WEXITSTATUS(status));
+        fprintf(stderr, "fboctl: the service has died (%s)%s\n", how.c_str(),
+                options_.restart ? " and is started again" : "");
+        if (!options_.restart) return false;
+        // One that does not live is not started all the time.
+        std::this_thread::sleep_until(started_ + std::chrono::seconds(1));
+        start();
+        return true;
+    }
+
+    void start() {
+        started_ = std::chrono::steady_clock::now();
+        service_ = forkBound(SIGKILL);
+        if (service_ > 0) return;
+        signals_.letPass();
+        // As it is called on a phone, as far as there is room.
+        prctl(PR_SET_NAME, "fbo@1.0-service");
+        host::offerServiceAt(bindSocket());
+        logTo(log_.get(), options_.log);
+        _exit(serviceMain());
+    }
+
+    /** The socket that takes the place of that of a service before. */
+    int bindSocket() const {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        strcpy(address.sun_path, "service");
+        // The directory is out of sight, but not out of reach.
+        if (fchdir(directory_) != 0) fail("the phone's directory");
+        unlink(address.sun_path);
+        const mode_t mask = umask(077);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) fail("bind");
+        umask(mask);
+        if (chdir("/") != 0) fail("/");
+        return fd;
+    }
+
+    const ServeOptions& options_;
+    const int directory_;
+    const Signals& signals_;
+    const unique_fd log_;
+    SimulatedDevice device_;
+    pid_t service_ = -1;
+    std::chrono::steady_clock::time_point started_;
+};
+
+/** What this process ends with after another one. */
+int statusOf(int status) {
+    return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+/** The phone's process, as fboctl sees it. It ends with this object. */
+class PhoneProcess {
+  public:
+    explicit PhoneProcess(pid_t pid) : pid_(pid) {}
+    ~PhoneProcess() {
+        if (pid_ <= 0) return;
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+    }
+    PhoneProcess(const PhoneProcess&) = delete;
+    PhoneProcess& operator=(const PhoneProcess&) = delete;
+
+    /** Whether the service can be called; false if the phone has ended, or the user wants an end.
+     */
+    bool awaitService(const Signals& signals) {
+        while (IFbo::tryGetService() == nullptr) {
+            if (hasEnded() || signals.endIsWanted()) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
+    }
+
+    bool hasEnded() {
+        if (pid_ > 0 && waitpid(pid_, &status_, WNOHANG) == pid_) pid_ = -1;
+        return pid_ <= 0;
+    }
+
+    /** What it has ended with. */
+    int status() const { return statusOf(status_); }
+
+  private:
+    pid_t pid_;
+    int status_ = 0;
+};
+
+pid_t startCommand(const std::vector<std::string>& command, const Signals& signals) {
+    const pid_t pid = fork();
+    if (pid < 0) fail("fork");
+    if (pid > 0) return pid;
+    signals.letPass();
+    std::vector<char*> words;
+    for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    execvp(words[0], words.data());
+    fprintf(stderr, "fboctl: %s: %s\n", words[0], strerror(errno));
+    _exit(kNotFound);
+}
+
+/** Returns the status of the command, which is handed on what fboctl is told. */
+int awaitCommand(pid_t command, const Signals& signals, PhoneProcess& phone) {
+    for (;;) {
+        const siginfo_t signal = signals.await();
+        // What comes from the terminal comes to the command, too.
+        if (signal.si_signo != SIGCHLD && signal.si_code <= 0) kill(command, signal.si_signo);
+        int status = 0;
+        if (waitpid(command, &status, WNOHANG) == command) return statusOf(status);
+        phone.hasEnded();
+    }
+}
+
+}  // namespace
+
+int servePhone(const SimOptions& sim, const ServeOptions& options) {
+    if (sim.device.empty()) throw std::invalid_argument("run and serve need --sim");
+    const Directory directory(!options.command.empty());
+    const Signals signals{SIGCHLD, SIGINT, SIGTERM, SIGHUP};
+    const pid_t pid = forkBound(SIGTERM);
+    if (pid == 0) {
+        // What is typed at the terminal is for the user's command.
+        setsid();
+        return Phone(sim, options, directory.fd(), signals).keepUp();
+    }
+    PhoneProcess phone(pid);
+    if (!phone.awaitService(signals)) return phone.status();
+    if (!options.command.empty()) {
+        return awaitCommand(startCommand(options.command, signals), signals, phone);
+    }
+    printf("Serving in %s; Ctrl-C ends it\n", directory.path().c_str());
+    fflush(stdout);
+    while (!phone.hasEnded()) {
+        if (signals.await().si_signo != SIGCHLD) return EXIT_SUCCESS;
+    }
+    return phone.status();
+}
+
+}  // namespace fboctl
