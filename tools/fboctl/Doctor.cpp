@@ -370,6 +370,7 @@ ExitStatus doctor(const Options& options) {
     std::string no_service;
     try {
         session = std::make_unique<Session>(options, log.reader());
+        if (const char* why = session->platform().whyNoNodes()) throw UsageError(why);
     } catch (const NoService& missing) {
         // On a phone it need not run yet; the rest is looked at all the same.
         no_service = missing.what();

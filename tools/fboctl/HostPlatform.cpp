@@ -42,6 +42,8 @@ class SimulatedHost : public Platform {
 
     ~SimulatedHost() override { host::setLogSink(nullptr); }
 
+    const char* whyNoService() const override { return "the service has not registered"; }
+
     void sendDropEvent() override { sim::sendKernelUevent(sim::dropEvent()); }
 
     void keepUp() override { sim::followRealTime(); }
@@ -77,7 +79,12 @@ class ServedHost : public Platform {
     }
 
     const char* whyNoService() const override {
-        return "there is no service; on a host use --sim, or run and serve with --sim";
+        return log_ == nullptr ? "there is no service; on a host use --sim"
+                               : "the service is not running, or has not registered yet";
+    }
+
+    const char* whyNoNodes() const override {
+        return "the device of another program is out of sight; use --sim";
     }
 
     /** What a call has logged is in the file when the call ends. */

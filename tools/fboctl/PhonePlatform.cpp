@@ -80,6 +80,10 @@ class Phone : public Platform {
         waitpid(logcat_, nullptr, 0);
     }
 
+    void sendDropEvent() override {
+        throw std::invalid_argument("on a phone the driver sends the drop event");
+    }
+
     const char* whyNoService() const override {
         return "the service is not running, or has not registered yet";
     }

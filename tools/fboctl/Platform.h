@@ -37,14 +37,15 @@ class Platform {
     virtual ~Platform() = default;
 
     /** Has the kernel ask the service to drop the snapshot. Throws if that cannot be. */
-    virtual void sendDropEvent() {
-        throw std::invalid_argument("the drop event needs --sim, or a PID to send it to");
-    }
+    virtual void sendDropEvent() = 0;
     /** Readies for a time in which the service is left to what comes from outside. */
     virtual void keepUp() {}
 
     /** What to tell the user where IFbo::tryGetService() finds no service. */
-    virtual const char* whyNoService() const { return "there is no service; on a host use --sim"; }
+    virtual const char* whyNoService() const = 0;
+
+    /** Why this program does not see the nodes that the service uses; null if it does. */
+    virtual const char* whyNoNodes() const { return nullptr; }
 
     /** Waits until what the service has logged so far has reached the reader. */
     virtual void waitForLog() const {}

@@ -30,6 +30,9 @@ void Progress::take(const std::string& text) {
     } else if (says("lba null.") || says("read fbo max lrc fail.")) {
         refused_ = true;
     }
+    for (const char* function : {"FBO_trigger", "UFS40_FBO_Imp", "UFS31_FBO_Imp"}) {
+        if (messageAfter(text, function, "hal stop")) stopped_ = true;
+    }
 }
 
 void Progress::finish() {
@@ -50,6 +53,11 @@ size_t Progress::failedZones() const {
 bool Progress::refused() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return refused_;
+}
+
+bool Progress::stopped() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return stopped_;
 }
 
 }  // namespace fboctl

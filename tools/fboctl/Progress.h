@@ -25,6 +25,8 @@ class Progress {
     size_t failedZones() const;
     /** Whether the service refused the request as a whole. */
     bool refused() const;
+    /** Whether the service has heeded a stop, whoever asked for it. */
+    bool stopped() const;
 
   private:
     mutable std::mutex mutex_;
@@ -33,6 +35,7 @@ class Progress {
     size_t zones_ = 0;
     size_t failed_ = 0;
     bool refused_ = false;
+    bool stopped_ = false;
     Meter meter_{"zone"};
 };
 

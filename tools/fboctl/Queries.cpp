@@ -98,6 +98,10 @@ ExitStatus wear(const Options& options) {
 }
 
 ExitStatus control(const Options& options) {
+    if (!options.sim.device.empty()) {
+        throw UsageError(options.command + ": a device of its own has no run to tell; start both " +
+                         "in \"run\", or the device by \"serve\", and leave --sim out");
+    }
     const Session session(options);
     std::string echo;
     ask([&] {

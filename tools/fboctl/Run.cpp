@@ -119,15 +119,15 @@ RunResult runTrigger(const Session& session, const std::string& request, Progres
                                                   [&](const hidl_string& text) { answer = text; });
         });
         addAnswer(answer, result);
-    } while (++part != parts.end() && !interrupts.interrupted());
-    session.waitForLog();
+        session.waitForLog();
+    } while (++part != parts.end() && !interrupts.interrupted() && !progress.stopped());
     interrupts.end();
     progress.finish();
     result.zones = progress.zones();
     result.failed_zones = progress.failedZones();
     result.refused = progress.refused();
     // A stop that was not delivered still keeps back what has not been sent.
-    result.stopped = interrupts.stopDelivered() || part != parts.end();
+    result.stopped = interrupts.stopDelivered() || progress.stopped() || part != parts.end();
     result.unseen = result.zones == 0 && !result.refused && !result.stopped;
     return result;
 }

@@ -76,14 +76,6 @@ class Signals {
         }
         return signal;
     }
-    /** Whether one of them has come that is to end this process. */
-    bool endIsWanted() const {
-        sigset_t pending;
-        sigpending(&pending);
-        sigdelset(&pending, SIGCHLD);
-        sigandset(&pending, &pending, &signals_);
-        return sigisemptyset(&pending) == 0;
-    }
     /** In a process forked from this one: signals are what they were before. */
     void letPass() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
@@ -178,40 +170,54 @@ class Phone {
         sim::followRealTime();
     }
 
-    /** Returns what the program ends with, once it is told to or the service is gone for good. */
+    /**
+     * Returns what the program ends with, once it is told to or nobody is left to be served: the
+     * service has died and there is no command that may still look at what it meets then.
+     */
     int keepUp() {
         start();
         for (;;) {
             if (signals_.await().si_signo == SIGTERM) {
-                kill(service_, SIGKILL);
+                if (service_ > 0) kill(service_, SIGKILL);
                 return EXIT_SUCCESS;
             }
             int status = 0;
             for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
                 if (ended != service_) throw std::runtime_error("the simulated device has ended");
-                if (!startAgain(status)) return EXIT_FAILURE;
+                service_ = -1;
+                tellDeath(status);
+                if (options_.restart) {
+                    startAgain();
+                } else if (options_.command.empty()) {
+                    return EXIT_FAILURE;
+                }
             }
         }
     }
 
   private:
-    bool startAgain(int status) {
+    void tellDeath(int status) const {
         const std::string how = WIFSIGNALED(status)
                                         ? strsignal(WTERMSIG(status))
                                         : "exit status " + std::to_string(WEXITSTATUS(status));
         fprintf(stderr, "fboctl: the service has died (%s)%s\n", how.c_str(),
                 options_.restart ? " and is started again" : "");
-        if (!options_.restart) return false;
+    }
+
+    void startAgain() {
         // One that does not live is not started all the time.
         std::this_thread::sleep_until(started_ + std::chrono::seconds(1));
         start();
-        return true;
     }
 
     void start() {
         started_ = std::chrono::steady_clock::now();
         service_ = forkBound(SIGKILL);
-        if (service_ > 0) return;
+        if (service_ == 0) becomeService();
+    }
+
+    /** An error here ends the service, as errors in it do. */
+    [[noreturn]] void becomeService() const noexcept {
         signals_.letPass();
         // As it is called on a phone, as far as there is room.
         prctl(PR_SET_NAME, "fbo@1.0-service");
@@ -264,9 +270,13 @@ class PhoneProcess {
 
     /** Whether the service can be called; false if the phone has ended, or the user wants an end.
      */
-    bool awaitService(const Signals& signals) {
+    bool awaitService() {
+        const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (IFbo::tryGetService() == nullptr) {
-            if (hasEnded() || signals.endIsWanted()) return false;
+            if (hasEnded()) return false;
+            if (std::chrono::steady_clock::now() > patience) {
+                throw std::runtime_error("the service does not register");
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         return true;
@@ -323,7 +333,7 @@ int servePhone(const SimOptions& sim, const ServeOptions& options) {
         return Phone(sim, options, directory.fd(), signals).keepUp();
     }
     PhoneProcess phone(pid);
-    if (!phone.awaitService(signals)) return phone.status();
+    if (!phone.awaitService()) return phone.status();
     if (!options.command.empty()) {
         return awaitCommand(startCommand(options.command, signals), signals, phone);
     }
