@@ -154,6 +154,8 @@ TEST_F(HidlProcess, WhatIsAskedAndAnsweredArrivesWhole) {
     const Return<void> refused = service->FBO_trigger("", nullptr);
     EXPECT_FALSE(refused.isOk());
     EXPECT_NE(refused.description().find("Null synchronous callback"), std::string::npos);
+    EXPECT_FALSE(service->getHashChain(nullptr).isOk());
+    EXPECT_FALSE(service->getDebugInfo(nullptr).isOk());
 }
 
 /** Tells, by a pipe, of which service it hears that it has died, or that it has registered. */

@@ -88,6 +88,12 @@ struct DeathWatch {
     std::vector<std::pair<sp<hidl_death_recipient>, uint64_t>> recipients;
 };
 
+/** What a client meets that hands over nothing to take the answer; the service is not asked. */
+Status nullCallback() {
+    return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT,
+                                     "Null synchronous callback passed.");
+}
+
 class FboProxy : public IFbo {
   public:
     explicit FboProxy(uint64_t service) : service_(service) {}
@@ -128,6 +134,7 @@ class FboProxy : public IFbo {
 
     Return<void> ping() override { return transact(service_, Code::kPing).status; }
     Return<void> getDebugInfo(getDebugInfo_cb _hidl_cb) override {
+        if (!_hidl_cb) return nullCallback();
         const Answer answer = transact(service_, Code::kGetDebugInfo);
         if (!answer.status.isOk()) return answer.status;
         return IBase::getDebugInfo([&](DebugInfo info) {
@@ -138,13 +145,13 @@ class FboProxy : public IFbo {
 
     // What both processes know answers in the name of a service that lives.
     Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override {
-        return ifAlive([&] { return IFbo::interfaceChain(_hidl_cb); });
+        return ifAlive(_hidl_cb, [&] { return IFbo::interfaceChain(_hidl_cb); });
     }
     Return<void> interfaceDescriptor(interfaceDescriptor_cb _hidl_cb) override {
-        return ifAlive([&] { return IFbo::interfaceDescriptor(_hidl_cb); });
+        return ifAlive(_hidl_cb, [&] { return IFbo::interfaceDescriptor(_hidl_cb); });
     }
     Return<void> getHashChain(getHashChain_cb _hidl_cb) override {
-        return ifAlive([&] { return IFbo::getHashChain(_hidl_cb); });
+        return ifAlive(_hidl_cb, [&] { return IFbo::getHashChain(_hidl_cb); });
     }
     Return<void> debug(const hidl_handle&, const hidl_vec<hidl_string>&) override { return ping(); }
     Return<void> setHALInstrumentation() override { return ping(); }
@@ -182,17 +189,15 @@ class FboProxy : public IFbo {
 
     Return<void> call(Code code, const std::string& text,
                       const std::function<void(const hidl_string&)>& callback) {
-        if (!callback) {
-            return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT,
-                                             "Null synchronous callback passed.");
-        }
+        if (!callback) return nullCallback();
         const Answer answer = transact(service_, code, text);
         if (answer.status.isOk()) callback(answer.text);
         return answer.status;
     }
 
-    template <typename Local>
-    Return<void> ifAlive(Local local) {
+    template <typename Callback, typename Local>
+    Return<void> ifAlive(const Callback& callback, Local local) {
+        if (!callback) return nullCallback();
         Return<void> alive = ping();
         return alive.isOk() ? local() : std::move(alive);
     }
