@@ -2,71 +2,57 @@
  * fboctl as on a phone: a service whose calls can fail, and a logcat in a process of its own.
  */
 
-#include <fcntl.h>
-#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <android-base/file.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
 #include "Asleep.h"
+#include "fbo/Fbo.h"
 #include "tools/fboctl/Erase.h"
 #include "tools/fboctl/Parts.h"
 #include "tools/fboctl/Run.h"
 
 namespace fboctl {
 
+using namespace ::android::base;
 using ::android::hardware::Return;
 using ::android::hardware::Status;
-using ::android::hardware::Void;
 
 namespace {
 
-/** A service that does as a test says. */
-struct Service : public IFbo {
-    Return<bool> FBO_isSupport() override { return true; }
+/** The service, but for the calls that fboctl cuts in parts: they do as a test says. */
+struct Service : ::vendor::nivora::hardware::fbo::implementation::Fbo {
     Return<void> FBO_trigger(const hidl_string& command, FBO_trigger_cb _hidl_cb) override {
         texts.push_back(command);
         Status status = run();
-        if (!status.isOk()) return status;
-        _hidl_cb("Fbo:10:4");
-        return Void();
+        if (status.isOk()) _hidl_cb("Fbo:10:4");
+        return status;
     }
     Return<void> FBO_stateCtl(const hidl_string& command, FBO_stateCtl_cb _hidl_cb) override {
         Status status = control(command);
-        if (!status.isOk()) return status;
-        _hidl_cb(command);
-        return Void();
-    }
-    Return<bool> FBO_GCADisCard() override { return true; }
-    Return<bool> FBO_VersionCtrl(const hidl_string&) override { return true; }
-    Return<void> EUA_GetFreeSpaceAPECycle(EUA_GetFreeSpaceAPECycle_cb _hidl_cb) override {
-        _hidl_cb("1:1");
-        return Void();
+        if (status.isOk()) _hidl_cb(command);
+        return status;
     }
     Return<bool> EUA_SendEraseCmd(const hidl_string& command) override {
         if (texts.size() == erase_calls) return false;
         texts.push_back(command);
         return true;
     }
-    Return<bool> EUA_isSupport() override { return true; }
-    Return<int32_t> EUA_SupportSize() override { return 1; }
-    Return<bool> SnapShot_isSupport() override { return true; }
-    Return<bool> SnapShot_startBackup() override { return true; }
-    Return<bool> SnapShot_startDrop() override { return true; }
-    Return<int32_t> SnapShot_getStatus() override { return 0; }
 
     /** What came in the calls that are cut in parts. */
     std::vector<std::string> texts;
@@ -80,12 +66,15 @@ struct Service : public IFbo {
 class PhoneFboctl : public testing::Test {
   protected:
     void SetUp() override {
-        ASSERT_EQ(service->registerAsService(), android::OK);
         // As the program does it; threads take it over.
         sigset_t interrupt;
         sigemptyset(&interrupt);
         sigaddset(&interrupt, SIGINT);
         pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+        service = new Service;
+        // For good: its worker runs to the end of the process.
+        service->incStrong(nullptr);
+        ASSERT_EQ(service->registerAsService(), android::OK);
     }
 
     RunResult trigger(const std::string& request) {
@@ -98,27 +87,26 @@ class PhoneFboctl : public testing::Test {
      * when the run has ended and nothing is left for its caller to do but to wait.
      */
     void interruptRun(Status answer) {
+        stopped = ended = false;
         service->run = [this] {
             progress.take("FBO_trigger:1: [FBO-HAL] lba is: 1,2 .");
             kill(getpid(), SIGINT);
-            stop_.get_future().wait();
-            ended_ = true;
+            while (!stopped) std::this_thread::yield();
+            ended = true;
             return Status::ok();
         };
         service->control = [this, answer, caller = gettid()](const std::string& command) {
             EXPECT_EQ(command, "stop");
-            stop_.set_value();
-            while (!ended_ || !isAsleep(caller)) std::this_thread::yield();
+            stopped = true;
+            while (!ended || !isAsleep(caller)) std::this_thread::yield();
             return answer;
         };
     }
 
-    const sp<Service> service = new Service;
+    sp<Service> service;
     Progress progress{1};
-
-  private:
-    std::promise<void> stop_;
-    std::atomic<bool> ended_ = false;
+    std::atomic<bool> stopped = false;
+    std::atomic<bool> ended = false;
 };
 
 /** `text` again and again, to more than `size` characters. */
@@ -128,56 +116,42 @@ std::string repeat(const std::string& text, size_t size) {
     return repeated;
 }
 
-std::string join(const std::vector<std::string>& texts) {
-    std::string joined;
-    for (const std::string& text : texts) joined += text;
-    return joined;
-}
-
 constexpr char kRange[] = "81920,64,";
 
-TEST_F(PhoneFboctl, TellsOfAStopThatIsNotDelivered) {
-    interruptRun(Status::fromStatusT(android::FAILED_TRANSACTION));
-    testing::internal::CaptureStderr();
-    const RunResult run = trigger(kRange);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("stop could not be delivered"),
-              std::string::npos);
-    EXPECT_FALSE(run.stopped);
-    EXPECT_TRUE(run.ok());
-    EXPECT_EQ(run.before, 10);
-}
-
-TEST_F(PhoneFboctl, CountsAStopThatIsDelivered) {
-    interruptRun(Status::ok());
-    const RunResult run = trigger(kRange);
-    EXPECT_TRUE(run.stopped);
-    EXPECT_FALSE(run.ok());
-}
-
-TEST_F(PhoneFboctl, SendsNothingMoreAfterCtrlC) {
-    interruptRun(Status::fromStatusT(android::FAILED_TRANSACTION));
-    EXPECT_TRUE(trigger(repeat(kRange, kMaxPart)).stopped);
-    EXPECT_EQ(service->texts.size(), 1u);
+/** A stop that does not reach the service still keeps back what has not been sent. */
+TEST_F(PhoneFboctl, CountsAStopThatIsDeliveredOrKeepsPartsBack) {
+    // clang-format off
+    const struct { bool delivered; std::string request; bool stopped; } kRows[] = {
+            {false, kRange, false}, {true, kRange, true}, {false, repeat(kRange, kMaxPart), true}};
+    // clang-format on
+    for (const auto& row : kRows) {
+        interruptRun(row.delivered ? Status::ok()
+                                   : Status::fromStatusT(android::FAILED_TRANSACTION));
+        testing::internal::CaptureStderr();
+        const RunResult run = trigger(row.request);
+        const std::string errors = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(errors.find("stop could not be delivered") == std::string::npos, row.delivered);
+        EXPECT_EQ(run.stopped, row.stopped);
+        EXPECT_EQ(run.ok(), !row.stopped);
+        // Of one call.
+        EXPECT_EQ(run.before, 10);
+    }
 }
 
 TEST_F(PhoneFboctl, EndsAtTheSecondCtrlCThoughTheStopIsNotAnswered) {
-    std::promise<void> stop;
-    service->run = [&] {
-        kill(getpid(), SIGINT);
-        stop.get_future().wait();
+    const auto interrupt = [] {
         kill(getpid(), SIGINT);
         pause();
         return Status::ok();
     };
-    service->control = [&](const std::string&) {
-        stop.set_value();
-        pause();
-        return Status::ok();
-    };
+    service->run = interrupt;
+    service->control = [=](const std::string&) { return interrupt(); };
     EXPECT_EXIT(trigger(kRange), testing::KilledBySignal(SIGINT), "stopping");
 }
 
-TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
+TEST_F(PhoneFboctl, TellsWhatIsNoSuccess) {
+    // Whether a zone failed only the log tells: a run that logs nothing is none that went well.
+    EXPECT_FALSE(trigger(kRange).ok());
     service->run = [] { return Status::fromStatusT(android::DEAD_OBJECT); };
     try {
         trigger(kRange);
@@ -187,18 +161,13 @@ TEST_F(PhoneFboctl, TellsThatTheServiceHasDied) {
     }
 }
 
-/** Whether a zone failed only the log tells: a run without it is none that went well. */
-TEST_F(PhoneFboctl, ARunThatLogsNothingIsNoSuccess) {
-    EXPECT_FALSE(trigger(kRange).ok());
-}
-
 TEST_F(PhoneFboctl, CutsARequestAtWholeRanges) {
     std::string request;
     for (int i = 0; request.size() < 3 * kMaxPart; ++i) {
         request += std::to_string(i * 7919) + "," + std::to_string(i) + ",";
     }
     EXPECT_EQ(trigger(request).before, 40);
-    EXPECT_EQ(join(service->texts), request);
+    EXPECT_EQ(Join(service->texts, ""), request);
     for (const std::string& text : service->texts) {
         EXPECT_LE(text.size(), 256u * 1024);
         EXPECT_EQ(text.back(), ',');
@@ -213,13 +182,10 @@ TEST_F(PhoneFboctl, SendsNoRangeThatDoesNotFit) {
     EXPECT_EQ(service->texts.size(), 1u);
 }
 
-/** The items that the service makes of `list`. */
+/** The items that the service makes of `list`: a ":" at the end begins none. */
 std::vector<std::string> itemsOf(const std::string& list) {
-    std::vector<std::string> items;
-    for (size_t start = 0, end; start < list.size(); start = end + 1) {
-        end = std::min(list.find(':', start), list.size());
-        items.push_back(list.substr(start, end - start));
-    }
+    std::vector<std::string> items = Split(list, ":");
+    if (items.back().empty()) items.pop_back();
     return items;
 }
 
@@ -233,11 +199,11 @@ TEST_F(PhoneFboctl, CutsEraseRequestsAtWholeItems) {
         const EraseResult result = sendErase(Session(Options{}), list);
         EXPECT_TRUE(result.sent);
         EXPECT_EQ(result.items, itemsOf(list).size());
+        EXPECT_EQ(Join(service->texts, ""), list);
         ASSERT_EQ(service->texts.size(), 2u);
         EXPECT_LE(service->texts[0].size(), 256u * 1024);
-        std::vector<std::string> items = itemsOf(service->texts[0]);
-        for (const std::string& item : itemsOf(service->texts[1])) items.push_back(item);
-        EXPECT_EQ(items, itemsOf(list)) << shift;
+        EXPECT_EQ(itemsOf(service->texts[0]).size() + itemsOf(service->texts[1]).size(),
+                  result.items);
     }
 }
 
@@ -248,75 +214,42 @@ TEST_F(PhoneFboctl, CountsWhatWasErasedBeforeTheNodeWasGone) {
     EXPECT_EQ(result.items, kMaxPart / 2);
 }
 
-/**
- * A logcat that tells when it is there, and then stays. It does so on a pipe that it, its parent
- * and this process have open.
- */
-class Logcat {
-  public:
-    Logcat() {
-        EXPECT_EQ(pipe(ends_), 0);
-        char name[] = "fboctl_phone_XXXXXX";
-        directory_ = mkdtemp(name);
-        FILE* const script = fopen((directory_ + "/logcat").c_str(), "w");
-        fprintf(script, "#!/bin/sh\necho here >/proc/self/fd/%d\nexec sleep 60\n", ends_[1]);
-        fclose(script);
-        chmod((directory_ + "/logcat").c_str(), 0700);
-        setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
-    }
-    ~Logcat() {
-        close(ends_[0]);
-        unlink((directory_ + "/logcat").c_str());
-        rmdir(directory_.c_str());
-    }
-    Logcat(const Logcat&) = delete;
-    Logcat& operator=(const Logcat&) = delete;
+TEST_F(PhoneFboctl, LeavesNoLogcatBehind) {
+    // A logcat that says on a pipe when it is there, and then stays.
+    unique_fd output;
+    unique_fd input;
+    ASSERT_TRUE(Pipe(&output, &input, 0));
+    const TemporaryDir directory;
+    const std::string path = directory.path;
+    const std::string script = "#!/bin/sh\necho here >/proc/self/fd/" +
+                               std::to_string(input.get()) + "\nexec sleep 60\n";
+    ASSERT_TRUE(WriteStringToFile(script, path + "/logcat", 0700, getuid(), getgid()));
+    setenv("PATH", (path + ":" + getenv("PATH")).c_str(), 1);
+    const auto begin = [&] {
+        auto session = std::make_unique<Session>(Options{}, [](char, const std::string&) {});
+        char line[5];
+        EXPECT_TRUE(ReadFully(output, line, sizeof(line)));
+        return session;
+    };
 
-    /** What logcat says; empty once nobody has the pipe open for writing. */
-    std::string read() const {
-        pollfd end{ends_[0], POLLIN, 0};
-        if (poll(&end, 1, 20'000) != 1) return "nothing, but it is there";
-        char text[16];
-        const ssize_t size = ::read(ends_[0], text, sizeof(text));
-        return {text, static_cast<size_t>(std::max<ssize_t>(size, 0))};
-    }
-    void closeMine() const { close(ends_[1]); }
-
-  private:
-    int ends_[2];
-    std::string directory_;
-};
-
-TEST_F(PhoneFboctl, LeavesNoLogcatBehindWhenKilled) {
+    begin().reset();
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "there is a child, alive or not reaped";
+    // What a program leaves behind when it is killed becomes a child of this process.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     for (const int signal : {SIGTERM, SIGKILL}) {
-        const Logcat logcat;
         const pid_t program = fork();
         if (program == 0) {
-            // Should the test itself be killed.
-            alarm(60);
             // What such a user has ignored, logcat is to end by all the same.
             if (signal == SIGKILL) ::signal(SIGTERM, SIG_IGN);
-            const Session session(Options{}, [](char, const std::string&) {});
-            for (;;) pause();
+            const auto session = begin();
+            kill(getpid(), signal);
+            pause();
         }
-        logcat.closeMine();
-        EXPECT_EQ(logcat.read(), "here\n");
-        kill(program, signal);
-        waitpid(program, nullptr, 0);
-        EXPECT_EQ(logcat.read(), "") << signal;
+        EXPECT_EQ(waitpid(program, nullptr, 0), program);
+        int status = 0;
+        EXPECT_GT(waitpid(-1, &status, 0), 0);
+        EXPECT_EQ(WTERMSIG(status), SIGKILL);
     }
-}
-
-TEST_F(PhoneFboctl, LeavesNoLogcatBehindAtItsEnd) {
-    const Logcat logcat;
-    {
-        const Session session(Options{}, [](char, const std::string&) {});
-        EXPECT_EQ(logcat.read(), "here\n");
-    }
-    logcat.closeMine();
-    EXPECT_EQ(logcat.read(), "");
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD) << "a child has not been reaped";
 }
 
 }  // namespace
