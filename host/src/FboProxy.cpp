@@ -226,9 +226,9 @@ sp<IFbo> findRemoteService() {
 }
 
 void watchRemoteServices(const sp<IServiceNotification>& notification) {
-    std::thread([notification] {
+    // Whether there is one is looked at here and now, and later ones are new.
+    std::thread([notification, link = openLink(0)]() mutable {
         for (bool preexisting = true;; preexisting = false) {
-            const unique_fd link = openLink(0);
             if (link.ok()) {
                 // Its answer is of no use to anybody, and may be a failure.
                 (void)notification->onRegistration(IFbo::descriptor, "default", preexisting).isOk();
@@ -236,6 +236,7 @@ void watchRemoteServices(const sp<IServiceNotification>& notification) {
             } else {
                 std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
+            link = openLink(0);
         }
     }).detach();
 }
