@@ -56,8 +56,19 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"--help", 0, "Exit status"}, {"--sim list", 0, "ufs31:kioxia"},
             {"ufs40:samsung support", 0, "FBO: supported"},
             {"ufs31:wdc,wear=2400 support", 1, "FBO: not supported, the flash is worn: 2400"},
-            {"ufs40:kioxia,platform=mtk stop", 0, "stop: sent"},
-            {"ufs40:kioxia continue --json", 0, "\"sent\" : true"},
+            {"ufs40:kioxia stop", 2, "a device of its own has no run"},
+            {"ufs40:kioxia,platform=mtk run " FBOCTL " continue --json", 0, "\"sent\" : true"},
+            {"ufs40:wdc,wear=2400 run " FBOCTL " support", 1, "FBO: not supported, the flash is"},
+            {"ufs31:micron --log run " FBOCTL " trigger 1,2,9,2", 0, "zone 1 of 1\nFrag"},
+            {"ufs40:samsung,snapshot=2 run " FBOCTL " snapshot event", 0, "event: dropped"},
+            {"ufs40:samsung run " FBOCTL " doctor", 2, "out of sight"},
+            {"ufs40:samsung --trace run " FBOCTL " gc", 0, "write gc_urgent"},
+            {"ufs40:samsung run sh -c '" FBOCTL " version-ctrl V; exec " FBOCTL " gc'", 3,
+             "fboctl: the service is not running"},
+            {"ufs40:samsung run sh -c 'exit 7'", 7, ""}, {"ufs40:samsung run false", 1, ""},
+            {"ufs40:samsung run sh -c 'kill -9 $$'", 137, ""}, {"run true", 2, "need --sim"},
+            {"ufs40:samsung run ./nothing", 127, "./nothing: No such file"},
+            {"ufs40:nobody run true", 2, "no device profile"}, {"serve", 2, "need --sim"},
             {"ufs40:micron trigger 1,2,9,2", 0, "before: 9728, after: 256"},
             {"ufs40:micron,analysis_end=9 trigger 1,2,9,2", 1, "1 of 1 zones"},
             {"ufs40:micron --raw trigger 1", 1, "did not take the request"},
@@ -208,8 +219,9 @@ TEST(Fboctl, WatchesDropEvents) {
 TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
     // The one device fails every time and is asked again, the other one never gets idle.
     for (const bool stuck : {false, true}) {
-        Running program("echo $$; exec " FBOCTL " trigger 1,2,9,2 --sim ufs31:samsung," +
-                        std::string(stuck ? "pace=1,analysis=stuck" : "optimise=0,optimise_end=9"));
+        Running program(
+                "echo $$; exec " FBOCTL " trigger 1,2,9,2 --sim ufs31:samsung," +
+                std::string(stuck ? "pace=1,analysis=stuck" : "optimise=0,optimise_end=255"));
         const pid_t pid = std::stoi(program.readUntil("\n"));
         program.readUntil("zone 1 of 1");
         kill(pid, SIGINT);
@@ -220,6 +232,34 @@ TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
         EXPECT_PRED_FORMAT2(
                 IsSubstring,
                 stuck ? "" : "Stopped after 1 zones.\nFragmentation before: ", outcome.output);
+    }
+}
+
+TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
+    // What one that was killed has left behind is no hindrance.
+    run("rm -rf fboctl_phone; mkdir -m 700 fboctl_phone; touch fboctl_phone/service");
+    setenv("NIVORA_FBO_PHONE", "fboctl_phone", 1);
+    const std::string serve = "echo $$; exec " FBOCTL
+                              " --sim ufs31:samsung,optimise=0,optimise_end=255 --restart serve";
+    for (const int end : {SIGINT, SIGKILL}) {
+        Running phone(serve);
+        const pid_t pid = std::stoi(phone.readUntil("\n"));
+        phone.readUntil("ends it\n");
+        EXPECT_PRED_FORMAT2(IsSubstring, "fboctl_phone is served already", run(serve).output);
+        Running trigger("exec " FBOCTL " trigger 1,2,9,2");
+        trigger.readUntil("zone 1 of 1");
+        EXPECT_EQ(run(FBOCTL " stop").output, "stop: sent\n");
+        const Outcome stopped = trigger.finish();
+        EXPECT_EQ(stopped.status, 1);
+        EXPECT_PRED_FORMAT2(IsSubstring, "Stopped after 1 zones.", stopped.output);
+
+        EXPECT_EQ(run(FBOCTL " version-ctrl V").output, "fboctl: the service has died\n");
+        phone.readUntil("started again\n");
+        while (run(FBOCTL " support").status != 0) {
+        }
+        kill(pid, end);
+        EXPECT_EQ(phone.finish().status, end == SIGINT ? 0 : -SIGKILL);
+        EXPECT_EQ(run(FBOCTL " support").status, 3);
     }
 }
 
