@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the project, builds the sample daemon with nothing else, and has it outlive its service.
 #
-# Takes the folder of the build, an empty folder's name below it, CMake and the C++ compiler.
+# Takes the folder of the build, that of this test below it, CMake, the C++ compiler and its flags.
 
 set -eu
-build=$1 work=$2 cmake=$3 compiler=$4
+build=$1 work=$2 cmake=$3 compiler=$4 flags=$5
 sample=$(cd "$(dirname "$0")/../../samples/maintenance_daemon" && pwd)
 fail() { echo "$*; the daemon said:"; cat "$work/said"; exit 1; }
 
@@ -15,14 +15,14 @@ mkdir -p "$work"
 # It works wherever it lies.
 mv "$work/first" "$work/installed"
 "$cmake" -S "$sample" -B "$work/sample" -DCMAKE_PREFIX_PATH="$work/installed" \
-    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" >"$work/sample.log"
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags -Wall -Wextra -Werror" >"$work/sample.log"
 "$cmake" --build "$work/sample" >>"$work/sample.log" || { cat "$work/sample.log"; exit 1; }
 
 # An hour between two slices: after the first, only the death of the service brings the second.
 mkfifo "$work/lines"
 timeout 60 "$work/installed/bin/fboctl" --sim ufs40:samsung --restart run sh -c \
     'echo "the daemon is process $$"; exec "$@"' sh \
-    "$work/sample/maintenance_daemon" 3600 81920,64, 204800,128, >"$work/lines" &
+    "$work/sample/maintenance_daemon" 3600 1,8,64,8, 81920,64,204800,128, >"$work/lines" &
 run=$!
 while read -r line; do
     echo "$line" >>"$work/said"
