@@ -58,7 +58,7 @@ def check_xml(path, root, hal_attributes, *children):
 def check_rc(path, binary, descriptor):
     first, *options = (line.split() for line in content(path))
     same(f"{path.name}, the service", [first[0], first[2:]], ["service", [binary]])
-    # init takes names of other characters, but not as properties of their state.
+    # The name becomes a part of a property's.
     same(f"{path.name}, the name", re.sub(r"[\w.-]+", "", first[1]), "")
     for option, *words in options:
         fewest, most = OPTIONS.get(option, (1, 0))
@@ -68,9 +68,9 @@ def check_rc(path, binary, descriptor):
          [[descriptor, "default"]])
 
 
-def run(*command, text=""):
+def run(*command):
     try:
-        return subprocess.run(command, input=text, capture_output=True, text=True, check=False)
+        return subprocess.run(command, capture_output=True, text=True, check=False)
     except FileNotFoundError:
         sys.exit(f"{command[0]} is not installed: nothing is known about the SELinux policy")
 
@@ -78,10 +78,12 @@ def run(*command, text=""):
 def compiled(parts, labels, rule=""):
     """What checkpolicy says of parts of the policy, labels of files and one rule more."""
     sources = [path for part in parts for path in sorted((POLICY / part).glob("*.te"))]
-    policy = run("m4", str(ROOT / "tests/contract/platform.te"), *map(str, sources)).stdout
+    policy = run("m4", str(ROOT / "tests/contract/platform.te"), *map(str, sources))
+    if policy.returncode:
+        return policy.stderr
     end = "user u roles r level s0 range s0 - s0:c0;\nsid kernel u:r:init:s0\n"
     with tempfile.NamedTemporaryFile(mode="w", suffix=".conf") as file:
-        file.write("\n".join([policy, rule, end, *labels, ""]))
+        file.write("\n".join([policy.stdout, rule, end, *labels, ""]))
         file.flush()
         done = run("checkpolicy", "-M", "-o", "/dev/null", file.name)
     return done.stderr if done.returncode else ""

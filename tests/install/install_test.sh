@@ -15,7 +15,8 @@ mkdir -p "$work"
 # It works wherever it lies.
 mv "$work/first" "$work/installed"
 "$cmake" -S "$sample" -B "$work/sample" -DCMAKE_PREFIX_PATH="$work/installed" \
-    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags -Wall -Wextra -Werror" >"$work/sample.log"
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags -Wall -Wextra -Werror" \
+    >"$work/sample.log"
 "$cmake" --build "$work/sample" >>"$work/sample.log" || { cat "$work/sample.log"; exit 1; }
 
 # An hour between two slices: after the first, only the death of the service brings the second.
