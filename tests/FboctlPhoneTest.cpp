@@ -89,7 +89,13 @@ class PhoneFboctl : public testing::Test {
     void interruptRun(Status answer) {
         stopped = ended = false;
         service->run = [this] {
-            progress.take("FBO_trigger:1: [FBO-HAL] lba is: 1,2 .");
+            // As logcat has it, a text of two lines is two.
+            for (const char* line : {"FBO_trigger:1: [FBO-HAL] lba is: 1,2 .",
+                                     "UFS40_FBO_Imp:2: [FBO-HAL] fbo_defrag_enable success.",
+                                     "UFS40_FBO_Imp:3: [FBO-HAL] read buff success, the level is ",
+                                     ": frag_lvl: 1, lr_count: 2, optimised: 2"}) {
+                progress.take(line);
+            }
             kill(getpid(), SIGINT);
             while (!stopped) std::this_thread::yield();
             ended = true;
@@ -104,7 +110,7 @@ class PhoneFboctl : public testing::Test {
     }
 
     sp<Service> service;
-    Progress progress{1};
+    Progress progress;
     std::atomic<bool> stopped = false;
     std::atomic<bool> ended = false;
 };

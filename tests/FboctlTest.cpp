@@ -72,6 +72,12 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:nobody run true", 2, "no device profile"}, {"serve", 2, "need --sim"},
             {"ufs40:micron trigger 1,2,9,2", 0, "before: 9728, after: 256"},
             {"ufs40:micron,analysis_end=9 trigger 1,2,9,2", 1, "1 of 1 zones"},
+            {"ufs40:micron,optimise=stuck trigger 1,2", 1, "1 of 1 zones not measured: for"},
+            {"ufs40:samsung,ranges=2,optimise_end=7/-1 trigger 8,8,64,8,100,8,200,8", 1,
+             "248832, after: 4864\nOf the zones that were measured, before: 124416, after: 4864"},
+            {"ufs31:kioxia,ranges=2,optimise_end=9/-1 --json trigger 8,8,64,8,100,8,200,8", 1,
+             "\"unmeasured_zones\" : 1"},
+            {"ufs40:micron,mapping_end=9 trigger 1,2", 1, "The linear mapping failed."},
             {"ufs40:micron --raw trigger 1", 1, "did not take the request"},
             {"ufs40:micron --log --raw trigger 1,29", 0, "lba is: 1,2 ."},
             {"ufs40:wdc,ranges=1 trigger - <<.\n1,2,\n 3,4\n.\n", 0, "zone 2 of 2\nFrag"},
@@ -232,7 +238,8 @@ TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
         EXPECT_EQ(outcome.status, stuck ? -SIGINT : 1);
         EXPECT_PRED_FORMAT2(
                 IsSubstring,
-                stuck ? "" : "Stopped after 1 zones.\nFragmentation before: ", outcome.output);
+                stuck ? "" : "Stopped after 1 zone; the figures are partial.\n1 of 1 zones not ",
+                outcome.output);
     }
 }
 
@@ -252,7 +259,8 @@ TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
         EXPECT_EQ(run(FBOCTL " stop").output, "stop: sent\n");
         const Outcome stopped = trigger.finish();
         EXPECT_EQ(stopped.status, 1);
-        EXPECT_PRED_FORMAT2(IsSubstring, "Stopped after 1 zones.", stopped.output);
+        EXPECT_PRED_FORMAT2(IsSubstring, "Stopped after 1 zone; the figures are partial.",
+                            stopped.output);
 
         EXPECT_EQ(run(FBOCTL " version-ctrl V").output, "fboctl: the service has died\n");
         phone.readUntil("started again\n");

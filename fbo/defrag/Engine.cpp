@@ -2,18 +2,11 @@
 
 #include "fbo/Globals.h"
 #include "fbo/defrag/FboNodes.h"
+#include "fbo/defrag/Report.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/utils/Log.h"
 
 namespace vendor::nivora::hardware::fbo::implementation {
-
-namespace {
-
-/** The driver's report is at least this long, and tells the level at this place. */
-constexpr size_t kReportLength = 29;
-constexpr size_t kLevelIndex = 10;
-
-}  // namespace
 
 int Engine::run() {
     while (!ended_) pass();
@@ -84,17 +77,11 @@ bool Engine::readReport() {
 
 bool Engine::keepLevel() {
     if (!first_pass_) {
-        level_after_ = level();
+        level_after_ = levelOf(report_);
         return endWith(kDone);
     }
-    level_before_ = level();
+    level_before_ = levelOf(report_);
     return true;
-}
-
-int32_t Engine::level() const {
-    // As the phone's own processor takes a character: unsigned.
-    const auto character = static_cast<unsigned char>(report_[kLevelIndex]);
-    return character == 'a' ? 10 : character - '0';
 }
 
 void Engine::startOptimisation(const char* control_node, const char* command,

@@ -82,7 +82,6 @@ class Engine {
 
   private:
     void logOpenFailure() const;
-    int32_t level() const;
 
     const char* const name_;
     const std::string& directory_;

@@ -9,6 +9,7 @@
 #include "fbo/defrag/Capability.h"
 #include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/LinearMapping.h"
+#include "fbo/defrag/Report.h"
 #include "fbo/defrag/Result.h"
 #include "fbo/defrag/Ufs31.h"
 #include "fbo/defrag/Ufs40.h"
@@ -23,11 +24,6 @@ namespace vendor::nivora::hardware::fbo::implementation {
 namespace {
 
 constexpr char kName[] = "FBO_trigger";
-
-/** The most ranges that the driver's list holds, whatever limit the device reports. */
-constexpr int kMaxRanges = 127;
-/** What a zone's level counts for is reported times this. */
-constexpr uint32_t kFigureScale = 256;
 
 /** The sum of the fragmentation over the zones of a run; wraps around at 32 bits. */
 struct Figures {

@@ -6,6 +6,9 @@
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
+/** The most ranges that the driver's list holds, whatever limit the device reports. */
+constexpr int kMaxRanges = 127;
+
 /**
  * Cuts a request into zones, one after the other: as many ranges as the device takes at once, that
  * is twice as many numbers, with the commas between them and none at the end. Only commas are

@@ -57,6 +57,10 @@ Json::Value describe(const std::vector<FileExtents>& files) {
     return list;
 }
 
+std::string counted(size_t count, const char* unit) {
+    return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
+}
+
 /** Keeps Ctrl-C from every thread but the one that waits for it. */
 void blockInterrupts() {
     sigset_t signals;
@@ -65,30 +69,56 @@ void blockInterrupts() {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+void print(const char* what, int64_t before, int64_t after) {
+    printf("%s before: %lld, after: %lld\n", what, static_cast<long long>(before),
+           static_cast<long long>(after));
+}
+
 void show(const RunResult& run) {
     if (run.refused) printf("The service did not take the request.\n");
-    if (run.stopped) printf("Stopped after %zu zones.\n", run.zones);
+    if (run.stopped)
+        printf("Stopped after %s; the figures are partial.\n", counted(run.zones, "zone").c_str());
     if (run.unseen) printf("The log shows no zone, so whether one failed is not known.\n");
     if (run.failed_zones > 0) printf("%zu of %zu zones failed.\n", run.failed_zones, run.zones);
-    printf("Fragmentation before: %lld, after: %lld\n", static_cast<long long>(run.before),
-           static_cast<long long>(run.after));
+    if (run.unmeasured_zones > 0) {
+        printf("%zu of %zu zones not measured: for them, 0 is counted after.\n",
+               run.unmeasured_zones, run.zones);
+    }
+    if (run.mapping_failed) printf("The linear mapping failed.\n");
+    print("Fragmentation", run.before, run.after);
+    const size_t unmeasured = run.failed_zones + run.unmeasured_zones;
+    if (unmeasured == 0 || unmeasured == run.zones) return;
+    if (run.measured) {
+        print("Of the zones that were measured,", run.measured->before, run.measured->after);
+    } else {
+        printf("What the measured zones count for is not known.\n");
+    }
 }
 
 void showJson(const RunResult& run, Json::Value result) {
-    result["before"] = static_cast<Json::Int64>(run.before);
-    result["after"] = static_cast<Json::Int64>(run.after);
-    result["zones"] = run.unseen ? Json::Value::null : static_cast<Json::UInt64>(run.zones);
-    result["failed_zones"] =
-            run.unseen ? Json::Value::null : static_cast<Json::UInt64>(run.failed_zones);
+    const auto zones = [&](size_t count) {
+        return run.unseen ? Json::Value::null : Json::Value(Json::UInt64{count});
+    };
+    result["before"] = Json::Int64{run.before};
+    result["after"] = Json::Int64{run.after};
+    result["zones"] = zones(run.zones);
+    result["failed_zones"] = zones(run.failed_zones);
+    result["unmeasured_zones"] = zones(run.unmeasured_zones);
+    result["measured"] = Json::Value::null;
+    if (run.measured) {
+        result["measured"]["before"] = Json::Int64{run.measured->before};
+        result["measured"]["after"] = Json::Int64{run.measured->after};
+    }
     result["stopped"] = run.stopped;
     result["refused"] = run.refused;
+    result["mapping_failed"] = run.mapping_failed;
     printJson(result);
 }
 
 /** Runs a request and shows what came of it; `result` has what is known of it before. */
 ExitStatus runAndShow(const Options& options, const std::string& request, Json::Value result) {
     blockInterrupts();
-    Progress progress(std::count(request.begin(), request.end(), ',') / 2);
+    Progress progress;
     const Session session(options, [&](char, const std::string& text) { progress.take(text); });
     const RunResult run = runTrigger(session, request, progress);
     if (options.json) {

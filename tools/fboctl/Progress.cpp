@@ -1,38 +1,30 @@
 #include "Progress.h"
 
 #include <algorithm>
-#include <cstdlib>
-
-#include "LogLine.h"
+#include <utility>
 
 namespace fboctl {
 
-namespace {
-
-/** The service never puts more ranges into a zone. */
-constexpr size_t kMaxRanges = 127;
-
-}  // namespace
+void Progress::expect(std::vector<size_t> ranges) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ranges_ = std::move(ranges);
+}
 
 void Progress::take(const std::string& text) {
-    const auto says = [&](const char* start) { return messageAfter(text, "FBO_trigger", start); };
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (says("fbo_max_lrc is larger")) {
-        limit_ = kMaxRanges;
-    } else if (const auto limit = says("fbo_max_lrc is ")) {
-        limit_ = static_cast<size_t>(std::max(0L, strtol(limit->data(), nullptr, 10)));
-    } else if (says("lba is: ")) {
-        ++zones_;
-        const size_t expected = limit_ == 0 ? 1 : (ranges_ + limit_ - 1) / limit_;
-        meter_.begin(zones_, std::max(expected, zones_));
-    } else if (says("zone[")) {
-        ++failed_;
-    } else if (says("lba null.") || says("read fbo max lrc fail.")) {
-        refused_ = true;
+    const size_t zones = log_.zones.size();
+    log_.take(text);
+    if (log_.zones.size() > zones) {
+        meter_.begin(zones + 1, std::max(expectedZones(), zones + 1));
     }
-    for (const char* function : {"FBO_trigger", "UFS40_FBO_Imp", "UFS31_FBO_Imp"}) {
-        if (messageAfter(text, function, "hal stop")) stopped_ = true;
-    }
+}
+
+size_t Progress::expectedZones() const {
+    const size_t limit = log_.limit.value_or(0);
+    if (limit == 0) return ranges_.size();
+    size_t zones = 0;
+    for (const size_t ranges : ranges_) zones += (ranges + limit - 1) / limit;
+    return zones;
 }
 
 void Progress::finish() {
@@ -40,24 +32,9 @@ void Progress::finish() {
     meter_.finish();
 }
 
-size_t Progress::zones() const {
+RunLog Progress::log() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return zones_;
-}
-
-size_t Progress::failedZones() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return failed_;
-}
-
-bool Progress::refused() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return refused_;
-}
-
-bool Progress::stopped() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return stopped_;
+    return log_;
 }
 
 }  // namespace fboctl

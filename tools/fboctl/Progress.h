@@ -3,39 +3,32 @@
 #include <cstddef>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "Meter.h"
+#include "RunLog.h"
 
 namespace fboctl {
 
-/** How far a run has come, as far as the service's log tells it. */
+/** Shows how far a run has come, as far as the service's log tells it. Any thread may tell it. */
 class Progress {
   public:
-    /** @param ranges ranges in the whole run, for the number of zones. */
-    explicit Progress(size_t ranges) : ranges_(ranges) {}
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-
+    /** How many ranges each call of the run will have, for the number of zones. */
+    void expect(std::vector<size_t> ranges);
     /** Takes a line of the log and shows what it tells. */
     void take(const std::string& text);
     /** Ends the bar, if there is one. */
     void finish();
 
-    size_t zones() const;
-    size_t failedZones() const;
-    /** Whether the service refused the request as a whole. */
-    bool refused() const;
-    /** Whether the service has heeded a stop, whoever asked for it. */
-    bool stopped() const;
+    /** What the log has told so far. */
+    RunLog log() const;
 
   private:
+    size_t expectedZones() const;
+
     mutable std::mutex mutex_;
-    const size_t ranges_;
-    size_t limit_ = 0;
-    size_t zones_ = 0;
-    size_t failed_ = 0;
-    bool refused_ = false;
-    bool stopped_ = false;
+    std::vector<size_t> ranges_;
+    RunLog log_;
     Meter meter_{"zone"};
 };
 

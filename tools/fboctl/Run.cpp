@@ -2,12 +2,14 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <initializer_list>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Parts.h"
@@ -109,6 +111,11 @@ void addAnswer(const std::string& answer, RunResult& result) {
 RunResult runTrigger(const Session& session, const std::string& request, Progress& progress) {
     constexpr int kNumbersOfRange = 2;
     const std::vector<std::string_view> parts = cutIntoParts(request, ',', kNumbersOfRange);
+    std::vector<size_t> ranges;
+    for (const std::string_view part : parts) {
+        ranges.push_back((std::count(part.begin(), part.end(), ',') + 1) / kNumbersOfRange);
+    }
+    progress.expect(std::move(ranges));
     RunResult result;
     Interrupts interrupts(session.service());
     auto part = parts.begin();
@@ -120,14 +127,18 @@ RunResult runTrigger(const Session& session, const std::string& request, Progres
         });
         addAnswer(answer, result);
         session.waitForLog();
-    } while (++part != parts.end() && !interrupts.interrupted() && !progress.stopped());
+    } while (++part != parts.end() && !interrupts.interrupted() && !progress.log().stopped);
     interrupts.end();
     progress.finish();
-    result.zones = progress.zones();
-    result.failed_zones = progress.failedZones();
-    result.refused = progress.refused();
+    const RunLog log = progress.log();
+    result.zones = log.zones.size();
+    result.failed_zones = log.failedZones();
+    result.unmeasured_zones = log.unmeasuredZones();
+    result.measured = measuredFigures(log.zones, result.before);
+    result.refused = log.refused;
+    result.mapping_failed = log.mapping_failed;
     // A stop that was not delivered still keeps back what has not been sent.
-    result.stopped = interrupts.stopDelivered() || progress.stopped() || part != parts.end();
+    result.stopped = interrupts.stopDelivered() || log.stopped || part != parts.end();
     result.unseen = result.zones == 0 && !result.refused && !result.stopped;
     return result;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Progress.h"
@@ -15,14 +16,22 @@ struct RunResult {
     int64_t after = 0;
     size_t zones = 0;
     size_t failed_zones = 0;
-    /** The service was told to stop, or parts of the request were kept back. */
+    /** Zones that did not fail and have no figure "after" all the same; the sum has 0 for it. */
+    size_t unmeasured_zones = 0;
+    /** The sums over the zones that have both figures, as far as they can be known. */
+    std::optional<Figures> measured;
+    /** Somebody had the service stop, or parts of the request were kept back. */
     bool stopped = false;
     /** The service did not take the request, or answered what is no answer. */
     bool refused = false;
     /** No zone was seen in the log, so nobody knows whether one failed. */
     bool unseen = false;
+    bool mapping_failed = false;
 
-    bool ok() const { return failed_zones == 0 && !stopped && !refused && !unseen; }
+    bool ok() const {
+        return failed_zones == 0 && unmeasured_zones == 0 && !stopped && !refused && !unseen &&
+               !mapping_failed;
+    }
 };
 
 /**

@@ -178,7 +178,9 @@ class Phone {
         start();
         for (;;) {
             if (signals_.await().si_signo == SIGTERM) {
-                if (service_ > 0) kill(service_, SIGKILL);
+                if (service_ <= 0) return EXIT_SUCCESS;
+                kill(service_, SIGKILL);
+                waitpid(service_, nullptr, 0);
                 return EXIT_SUCCESS;
             }
             int status = 0;
