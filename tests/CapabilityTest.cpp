@@ -29,7 +29,9 @@ TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
 TEST_F(Phone, ReadsTheWearInTheMakersOwnField) {
     // Where the maker keeps its cycles, the digits there and in the bytes written (at 144).
     // clang-format off
-    const struct { const char* vendor; size_t at; const char *digits, *written; uint32_t cycles; } kRows[] = {
+    const struct {
+        const char* vendor; size_t at; const char *digits, *written; uint32_t cycles;
+    } kRows[] = {
             {"SAMSUNG", 156, "01020304", "00000000", 0x01020304},
             {"WDC", 8, "01020304", "00000000", 0x04030201},
             {"MICRON", 24, "01020304", "00000000", 0x01020304},

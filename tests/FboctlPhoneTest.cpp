@@ -228,7 +228,7 @@ TEST_F(PhoneFboctl, LeavesNoLogcatBehind) {
     const TemporaryDir directory;
     const std::string path = directory.path;
     const std::string script = "#!/bin/sh\necho here >/proc/self/fd/" +
-                               std::to_string(input.get()) + "\nexec sleep 60\n";
+                               std::to_string(input.get()) + "\nexec sleep 20\n";
     ASSERT_TRUE(WriteStringToFile(script, path + "/logcat", 0700, getuid(), getgid()));
     setenv("PATH", (path + ":" + getenv("PATH")).c_str(), 1);
     const auto begin = [&] {

@@ -150,33 +150,43 @@ const std::string kSlow = kRecorded + " dropfreesize=4194304 ctrl=start";
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
-        {"ufs40:micron,backup_idle=5,backup=0", kBackup, "true", kSlow + " +5", "snapshotStatus is 2, tryCount is 5"},
+        {"ufs40:micron,backup_idle=5,backup=0", kBackup, "true", kSlow + " +5",
+         "snapshotStatus is 2, tryCount is 5"},
         {"ufs40:samsung,backup=0", kBackup, "true", kStart, "backup success"},
         {"ufs40:skhynix,backup=0", kBackup, "true", kStart},
-        {"ufs40:wdc,backup=30", kBackup, "true", kStart + " +30", "D SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1.;I SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1."},
+        {"ufs40:wdc,backup=30", kBackup, "true", kStart + " +30",
+         "D SnapShot_startBackup [SNAPSHOT-HAL] snapshotStatus is 1.;I SnapShot_startBackup "
+         "[SNAPSHOT-HAL] snapshotStatus is 1."},
         // Complete a second after the last poll, which the last look does not see.
         {"ufs40:wdc,backup=31", kBackup, "false", kStart + " +30", "tryCount is 30"},
         {"ufs40:kioxia,backup_idle=20,backup=10", kBackup, "true", kSlow + " +30"},
-        {"ufs40:kioxia,backup_idle=stuck", kBackup, "false", kSlow + " +30", "snapshotStatus is 0, tryCount is 30"},
+        {"ufs40:kioxia,backup_idle=stuck", kBackup, "false", kSlow + " +30",
+         "snapshotStatus is 0, tryCount is 30"},
         // Others that show idle right after the start are not waited for.
         {"ufs40:samsung,node.status=idle", kBackup, "false", kStart, "tryCount is 0"},
         // The status that counts is read once more.
         {"ufs40:samsung,node.status=complete_restore/complete_backup", kBackup, "true", kStart},
-        {"ufs40:samsung,backup=2,backup_end=6", kBackup, "false", kStart + " +2", "snapshotStatus is 6, tryCount is 2"},
+        {"ufs40:samsung,backup=2,backup_end=6", kBackup, "false", kStart + " +2",
+         "snapshotStatus is 6, tryCount is 2"},
         {"ufs40:samsung,prop.vendor.snapshot_control=false", kBackup, "false", "", "cloud disable"},
         {"ufs40:samsung,fault.drop_caches=missing", kBackup, "false", "", "!magic"},
         {"ufs40:samsung,gsort_size=9437184", kBackup, "true", kStart + " +10"},
         {"ufs40:samsung,fault.ctrl=missing", kBackup, "false", kRecorded, "Open ctrl file failure"},
         {"ufs40:micron,node.dropfreesize=-", kBackup, "invalid_argument", kRecorded},
         // The free blocks wrap at 32 bits.
-        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8191", kBackup, "true", kRecorded + " dropfreesize=2147221504 ctrl=start +10"},
-        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8192", kBackup, "true", kRecorded + " dropfreesize=-2147483648 ctrl=start +10"},
-        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=16385", kBackup, "true", kRecorded + " dropfreesize=262144 ctrl=start +10"},
+        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8191", kBackup, "true",
+         kRecorded + " dropfreesize=2147221504 ctrl=start +10"},
+        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8192", kBackup, "true",
+         kRecorded + " dropfreesize=-2147483648 ctrl=start +10"},
+        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=16385", kBackup, "true",
+         kRecorded + " dropfreesize=262144 ctrl=start +10"},
 }));
 
 INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:samsung,snapshot=2", kDrop, "true", "ctrl=stop", "drop succcess."},
-        {"ufs40:kioxia,snapshot=2,drop=7", kDrop, "true", "ctrl=stop +7", "D SnapShot_startDrop [SNAPSHOT-HAL] snapshotStatus is 2.;I SnapShot_startDrop [SNAPSHOT-HAL] snapshotStatus is 2."},
+        {"ufs40:kioxia,snapshot=2,drop=7", kDrop, "true", "ctrl=stop +7",
+         "D SnapShot_startDrop [SNAPSHOT-HAL] snapshotStatus is 2.;I SnapShot_startDrop "
+         "[SNAPSHOT-HAL] snapshotStatus is 2."},
         {"ufs40:kioxia,snapshot=2,drop=stuck", kDrop, "false", "ctrl=stop +30"},
         // Dropped, but not idle: waited for all the same, and good in the end.
         {"ufs40:micron,snapshot=2,drop=1,drop_end=4", kDrop, "true", "ctrl=stop +30"},
@@ -185,7 +195,8 @@ INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
         // Without its vendor a device counts as one that drops at once.
         {"ufs40:kioxia,snapshot=2,drop=7,fault.vendor=missing", kDrop, "false", "ctrl=stop"},
         {"ufs40:kioxia,snapshot=5", kDrop, "true", "", "snapshotStatus is 5.;do not drop"},
-        {"ufs40:kioxia,snapshot=2,fault.ctrl=missing", kDrop, "false", "", "Open ctrl file failure"},
+        {"ufs40:kioxia,snapshot=2,fault.ctrl=missing", kDrop, "false", "",
+         "Open ctrl file failure"},
 }));
 // clang-format on
 
