@@ -25,7 +25,7 @@
 #include "fbo/Fbo.h"
 #include "tools/fboctl/Erase.h"
 #include "tools/fboctl/Parts.h"
-#include "tools/fboctl/Run.h"
+#include "tools/fboctl/TriggerRun.h"
 
 namespace fboctl {
 

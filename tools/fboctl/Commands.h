@@ -27,7 +27,7 @@ ExitStatus euaErase(const Options& options);
 // Doctor.cpp
 ExitStatus doctor(const Options& options);
 
-// Snapshot.cpp
+// SnapshotCommands.cpp
 ExitStatus snapshotBackup(const Options& options);
 ExitStatus snapshotDrop(const Options& options);
 ExitStatus snapshotStatus(const Options& options);

@@ -12,8 +12,8 @@
 #include "Commands.h"
 #include "Extents.h"
 #include "Progress.h"
-#include "Run.h"
 #include "Session.h"
+#include "TriggerRun.h"
 
 namespace fboctl {
 

@@ -1,4 +1,4 @@
-#include "Run.h"
+#include "TriggerRun.h"
 
 #include <pthread.h>
 
