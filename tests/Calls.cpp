@@ -1,4 +1,4 @@
-#include "Phone.h"
+#include "Calls.h"
 
 #include <functional>
 #include <map>

@@ -8,10 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fbo/Fbo.h"
+#include "Calls.h"
 #include "sim/Simulator.h"
-
-using namespace vendor::nivora::hardware::fbo::implementation;
 
 /**
  * The function that a test wants called, and what comes of it. Settings and calls may be several,
@@ -47,13 +45,6 @@ constexpr char kAny[] = "*";
  * N times in a row. The four nodes of the engines have short names: list, op, flc and defrag.
  */
 std::string effectsOf(const sim::Trace& trace);
-
-/**
- * Calls a function of the library, or a method of `service`: "NAME ARGUMENT|ARGUMENT…", less the
- * output arguments. Returns what it returns, what it answers and its output arguments, "-" for one
- * that it left alone; or the name of the error that it raises.
- */
-std::string callByName(Fbo& service, const std::string& call);
 
 /** The log lines of a trace, a line each: "PRIORITY FUNCTION TEXT". */
 std::string logOf(const sim::Trace& trace);
