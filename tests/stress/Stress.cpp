@@ -355,10 +355,12 @@ void enterPhone(const Scenario& scenario) {
     // The boot LUN in use is the one that is protected, and nothing else has changed.
     const off_t before = 4096;
     std::string right(2 * before, '\0');
-    right.replace(before, sim::kRecordLength, sim::bootLunRecord("snapshot", 16909320, 16909320));
+    right.replace(before, 8, "snapshot");
+    // Both are 16909320, in the order of the processor.
+    for (const int lun : {35, 39}) right.replace(before + lun, 4, "\x08\x04\x02\x01");
     std::string is(right.size(), '?');
     const android::base::unique_fd fd(open("/dev/block/by-name/gsort", O_RDONLY | O_CLOEXEC));
-    android::base::ReadFullyAtOffset(fd, is.data(), is.size(), sim::kRecordOffset - before);
+    android::base::ReadFullyAtOffset(fd, is.data(), is.size(), 9 * 1024 * 1024 - before);
     require(is == right, "the partition's record is wrong, or what is around it");
 }
 
