@@ -27,7 +27,6 @@
 #include "fbo/Globals.h"
 #include "host/LogSink.h"
 #include "sim/Clock.h"
-#include "sim/DeviceData.h"
 #include "sim/Simulator.h"
 #include "sim/Uevent.h"
 
