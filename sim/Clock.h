@@ -13,16 +13,16 @@ namespace sim {
 /** Starts the virtual clock; `let_pass` is told of every sleep before it returns. */
 void startClock(std::function<void(unsigned seconds)> let_pass);
 
-/** Has every sleep call `hook` first: the moment for something to happen in a wait. */
+/** Makes every sleep call `hook` first, so that a test can change something during a wait. */
 void onSleep(std::function<void()> hook);
 
-/** Has every call of time() let `seconds` pass, for those who wait by looking at the time. */
+/** Makes every call of time() let `seconds` pass, for callers that wait by reading the time. */
 void setTick(unsigned seconds);
 
-/** Lets time() go on with the real time too, for those who wait for what comes from outside. */
+/** Lets time() advance with real time too, for a program that waits for events from outside. */
 void followRealTime();
 
-/** Has a sleep of `seconds` take 1 / `pace` of them in reality; 0: no time at all. */
+/** Makes a sleep take 1 / `pace` of its seconds in real time; 0: no real time at all. */
 void setPace(unsigned pace);
 
 }  // namespace sim

@@ -16,8 +16,8 @@
 namespace sim {
 
 /**
- * One operation that the device runs: it is started, is on its way for some time, ends in some
- * state and stays there until it is cleared.
+ * One operation of the device, such as an analysis: it is started, runs for some time, ends in a
+ * state and keeps that state until it is cleared.
  */
 class Operation {
   public:
@@ -26,7 +26,7 @@ class Operation {
     void start(int64_t now, int64_t seconds, int end_state);
     /** Goes idle after `seconds`. */
     void clear(int64_t now, int64_t seconds);
-    /** Whether there is something to clear that is not being cleared already. */
+    /** Whether the operation has run or runs, and is not being cleared yet. */
     bool isClearable() const { return phase_ != Phase::kIdle && clears_ == kStuck; }
     /** Brings the phase up to `now`. */
     void settle(int64_t now);
@@ -43,8 +43,8 @@ class Operation {
 };
 
 /**
- * The UFS device, its host-controller driver and the phone around them: what stands in their
- * nodes, and how that changes with what is written and with the time that passes.
+ * The UFS device, its host-controller driver and the phone around them: the texts of their nodes,
+ * and how these change with the stores and with time.
  */
 class Device {
   public:
@@ -55,7 +55,7 @@ class Device {
     Flash& flash() { return flash_; }
     Partition& partition() { return partition_; }
 
-    /** Does what a change of the setting `key` asks for at once. */
+    /** Applies the setting `key`, if it is one that takes effect when it is set. */
     void applySettings(std::string_view key);
 
     // Part number and revision in the INQUIRY data, without the blanks that fill them up.
@@ -76,7 +76,7 @@ class Device {
     void addUfs31Nodes(const std::string& directory);
     void addEuaNodes(const std::string& directory);
     void addSnapshotNodes(const std::string& directory);
-    /** A number that is kept as it is written. */
+    /** Adds a node whose number can be written and read back, and has no effect. */
     void addPlainNode(const std::string& path, std::string value);
 
     int storeList(std::string_view text);
@@ -84,7 +84,7 @@ class Device {
     int controlSnapshot(std::string_view text);
     /** The snapshot's state now. */
     int snapshotState() const;
-    /** Whether the device takes its time before and after a snapshot. */
+    /** Whether this maker's devices take some seconds to start a backup and to drop it. */
     bool isSlowMaker() const;
     int control40(std::string_view text);
     int enableAnalysis31(std::string_view text);
@@ -106,7 +106,7 @@ class Device {
     Partition partition_;
     int64_t now_ = 0;
 
-    /** What the snapshot goes through: the states with the times from which on they hold. */
+    /** The states of the snapshot, each with the time at which it begins. */
     std::vector<std::pair<int64_t, int>> snapshot_ = {{0, 0}};
 
     std::vector<Range> list_;
@@ -118,7 +118,7 @@ class Device {
     Operation defrag_;
     /** UFS 3.1: the acceptance of the list. */
     Operation acceptance_;
-    /** What runs as operation_ on a UFS 4.0 device, and what the analysed list may be used for. */
+    /** The command that operation_ runs; on UFS 4.0 an optimisation has to follow an analysis. */
     enum class Command { kNone, kAnalysis, kOptimisation, kMapping } command_ = Command::kNone;
     /** The optimisation that has not taken effect yet, and the state that makes it do so. */
     Operation* pending_ = nullptr;

@@ -7,8 +7,8 @@
 namespace sim {
 
 /*
- * What a device tells of itself, byte by byte: as the simulated device serves it, and for tests
- * that serve something of their own.
+ * The binary data that describes a device. The simulated device serves it; tests use it to serve
+ * data of their own.
  */
 
 /**

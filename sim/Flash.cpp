@@ -11,7 +11,7 @@ namespace sim {
 namespace {
 
 constexpr size_t kMaxLevel = 10;
-/** What a seam counts for, and what is left of it after an optimisation. */
+/** The weight of a range that does not start where the one before ends, and its optimised one. */
 constexpr size_t kSeam = 10;
 constexpr size_t kOptimisedSeam = 1;
 

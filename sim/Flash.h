@@ -15,13 +15,13 @@ namespace sim {
  */
 bool parseRanges(std::string_view text, std::vector<Range>& ranges);
 
-/** How the flash has laid out what it stores, as far as fragmentation goes. */
+/** The flash: which blocks have been optimised or unmapped, and how fragmented ranges are. */
 class Flash {
   public:
     /**
-     * The fragmentation of `ranges`, 0 (none) to 10: the share of seams among them, that is of
-     * ranges that do not go on where the one before them ended. A range that was optimised
-     * before counts for a tenth of a seam, one that is unmapped for none.
+     * The fragmentation of `ranges`, 0 (none) to 10: the share of ranges that do not start where
+     * the range before them ends. Such a range counts for a tenth if it has been optimised, and
+     * not at all if it is unmapped.
      */
     int level(const std::vector<Range>& ranges) const;
 
@@ -30,10 +30,10 @@ class Flash {
 
     void optimise(const std::vector<Range>& ranges);
 
-    /** Forgets what the ranges held. */
+    /** Erases the ranges: they are unmapped, and no longer optimised. */
     void unmap(const std::vector<Range>& ranges);
 
-    /** The ranges optimised so far, as a list; what takeOptimised() of a later flash reads. */
+    /** The ranges optimised so far, as a list that takeOptimised() of another flash reads. */
     std::string optimised() const { return optimised_.list(); }
     /** The ranges unmapped so far, as a list. */
     std::string unmapped() const { return unmapped_.list(); }

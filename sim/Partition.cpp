@@ -26,7 +26,7 @@ ssize_t orErrno(ssize_t result) {
 Partition::Partition() : fd_(memfd_create("gsort", MFD_CLOEXEC)) {
     if (!fd_.ok()) throw std::system_error(errno, std::generic_category(), "memfd_create");
     resize(kSize);
-    // Where the record and its numbers stand, SnapshotTest says too.
+    // The record's place and layout are the library's; SnapshotTest has them as numbers of its own.
     BootLunRecord record{};
     memcpy(record.magic_str, kSnapshotMagic, sizeof(kSnapshotMagic));
     write(reinterpret_cast<const char*>(&record), sizeof(record), kBootLunRecordOffset);

@@ -10,8 +10,8 @@
 namespace sim {
 
 /**
- * The gsort partition: 16 MiB, all zero but for the boot-LUN record. It takes memory only where
- * something has been written.
+ * The gsort partition: 16 MiB of zeros, with a boot-LUN record. Only pages that have been written
+ * take memory.
  */
 class Partition {
   public:

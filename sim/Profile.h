@@ -14,8 +14,8 @@ struct Profile {
     std::string name;
     Generation generation;
     /**
-     * The vendor as SCSI reports it, padded to 8 characters when it is served. How its health
-     * report is laid out and how it takes snapshots, fbo/utils/Makers.h says.
+     * The vendor as SCSI reports it, padded to 8 characters when it is served. The layout of the
+     * health report and the manner of snapshots follow from it, by fbo/utils/Makers.h.
      */
     std::string vendor;
     /** Part number and revision in its INQUIRY data, padded to 16 and 4 characters there. */

@@ -30,7 +30,7 @@ bool isControl(const std::string& path) {
     return StartsWith(path, kControls);
 }
 
-/** An open file: the text that it reads, asked for at offset 0 and kept for the offsets after. */
+/** An open file with the text that it is read from: a read at offset 0 asks the device for it. */
 struct OpenFile {
     std::string text;
 };
@@ -70,7 +70,7 @@ int open(const char* path, fuse_file_info* info) {
 }
 
 int create(const char*, mode_t, fuse_file_info*) {
-    // A driver's directory refuses what the driver did not put there.
+    // As in sysfs, nobody but the driver can create a file.
     return -EACCES;
 }
 
@@ -109,7 +109,7 @@ int statfs(const char* path, struct statvfs* space) {
 }
 
 void* init(fuse_conn_info* connection, fuse_config* config) {
-    // Nothing is kept in the kernel: every open, read and write asks the device.
+    // The kernel caches nothing: every open, read and write reaches the device.
     config->direct_io = 1;
     config->entry_timeout = config->attr_timeout = config->negative_timeout = 0;
     connection->max_write = 1 << 20;

@@ -9,13 +9,13 @@
 namespace sim {
 
 /**
- * Serves a simulated phone to the kernel as a file system, and the directory "/.sim" by which
- * its user speaks to the simulation:
+ * Serves a simulated phone to the kernel as a FUSE file system. In its directory "/.sim" are the
+ * files by which a Simulator controls the simulation:
  *
  *   set        written: "KEY=VALUE", see Simulator::set()
  *   clock      written: seconds to let pass
  *   note       written: a line for the trace
- *   trace      read: the trace so far; written: starts it anew
+ *   trace      read: the trace so far; written: clears it
  *   optimised  read and written: the ranges that the flash has optimised
  *   unmapped   read: the ranges that the flash has unmapped
  */
@@ -26,8 +26,8 @@ class Server {
     /** Serves the FUSE connection `fd` until the file system is gone. */
     void run(int fd);
 
-    // The answers to the kernel, a negative errno for a failure. What the phone's own files
-    // are read and written with is traced.
+    // The answers to the kernel; a negative errno is a failure. Reads and writes of the phone's own
+    // files, which are all but those in "/.sim", are traced.
     Tree& tree() { return tree_; }
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
@@ -37,7 +37,7 @@ class Server {
   private:
     void addControls();
     int set(std::string_view assignment);
-    /** Adds a line to the trace, or prints it, or both, as it is set. */
+    /** Adds a line to the trace, if "record" is set, and prints it, if "print" is set. */
     void trace(const std::string& line);
 
     Tree tree_;

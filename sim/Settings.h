@@ -12,7 +12,7 @@ namespace sim {
 /** A duration that never ends. */
 constexpr int64_t kStuck = std::numeric_limits<int32_t>::max();
 
-/** Values that are used one after the other, the last one again and again. */
+/** A sequence of values, each used once, and the last one again and again. */
 class Series {
   public:
     Series(int64_t value) : values_{value} {}
@@ -29,7 +29,7 @@ class Series {
     size_t next_ = 0;
 };
 
-/** What can be dialled in on a device, besides the texts and faults of single nodes. */
+/** The numeric settings of a device. Texts and faults of single nodes are set in the Tree. */
 class Settings {
   public:
     /**

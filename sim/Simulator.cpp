@@ -85,9 +85,9 @@ int mountFileSystem(const Options& options) {
         mount("fuse", kPlace, "fuse", 0, text.c_str()) != 0) {
         fail(kNoFuse);
     }
-    // By its path alone: nobody serves yet what another way of opening would ask for.
+    // With O_PATH the kernel asks the server nothing, which does not run yet.
     const int root = open(kPlace, O_PATH | O_DIRECTORY | O_CLOEXEC);
-    // The directory is back for the server to use; the file system stays as long as its root.
+    // The server needs the directory below; the file system lives on in the open descriptor.
     if (umount2(kPlace, MNT_DETACH) != 0) fail(kPlace);
     return root;
 }
@@ -113,7 +113,7 @@ void serve(int fuse, int root, const Profile& profile, bool mtk) {
     const pid_t pid = fork();
     if (pid < 0) fail("fork");
     if (pid > 0) return;
-    // What ends the user's program from a terminal must not end the device before it.
+    // Ctrl-C reaches all processes of a terminal; the device has to outlive the user's program.
     signal(SIGINT, SIG_IGN);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(root);
@@ -121,7 +121,7 @@ void serve(int fuse, int root, const Profile& profile, bool mtk) {
     _exit(0);
 }
 
-/** Makes the file system `root` all that this process sees. */
+/** Makes `root` the root directory of this process. */
 void enter(int root) {
     if (fchdir(root) != 0 || chroot(".") != 0) fail("cannot enter the simulated device");
 }
@@ -187,7 +187,8 @@ Simulator::Simulator(std::string_view device) {
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });
-    // Not by the library's constants: a wrong name there is to show as a property that it misses.
+    // Literals, not the library's constants: a wrong name there shows in tests as an unset
+    // property.
     setProperty("ro.hardware", hardware.value_or(platform));
     setProperty("ro.product.device", phone);
     for (const auto& [key, value] : settings) set(key, value);

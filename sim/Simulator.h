@@ -8,15 +8,14 @@
 namespace sim {
 
 /**
- * A phone with a simulated UFS device, for the process that makes one: the process sees it under
- * the real absolute paths and nothing else any more, its properties are set, and its clock is
- * the virtual one of Clock.h. A process can make one only, and cannot leave it.
+ * A phone with a simulated UFS device. The process that makes a Simulator enters the phone: its
+ * root directory is the phone's, its properties are set, its clock is the virtual one of Clock.h,
+ * and it is in a network namespace of its own, where only the uevents that it sends arrive. A
+ * process can make one Simulator only, and cannot leave it.
  *
- * It is in a network namespace of its own, too, where the kernel's uevents are its own alone.
- *
- * A process of its own serves the device, so that no way in which the first one ends can get
- * stuck in the file system. Root needs nothing but /dev/fuse for this; anybody else needs to be
- * allowed a user namespace, and has to make the simulator before any thread.
+ * A second process serves the device, so that the first one cannot block in the file system when it
+ * ends. Root needs nothing but /dev/fuse; another user needs permission to make a user namespace,
+ * and has to make the Simulator before any thread is started.
  */
 class Simulator {
   public:
@@ -27,8 +26,8 @@ class Simulator {
      *     "hardware": the property ro.hardware, if it is not to be the platform, and "device":
      *         the property ro.product.device; empty to leave them unset;
      *     "pace": see setPace().
-     * @throws std::invalid_argument if the device is not worded well, std::system_error if the
-     *     system does not allow it.
+     * @throws std::invalid_argument if `device` is malformed, std::system_error if the system does
+     *     not allow a simulated device.
      */
     explicit Simulator(std::string_view device);
     Simulator(const Simulator&) = delete;
@@ -37,9 +36,9 @@ class Simulator {
     /**
      * Changes the device:
      *   a key of Settings::describe();
-     *   "node.NAME": what the node NAME has its readers read, texts separated by "/", the last
-     *     one again and again;
-     *   "unscript": the node that is to answer by itself again;
+     *   "node.NAME": the texts that readers of the node NAME get in turn, separated by "/"; the
+     *     last one again and again;
+     *   "unscript": the name of a node whose texts were set; it shows its own text again;
      *   "fault.NAME": what is wrong with the node, see Tree::setFaults();
      *   "product", "revision": of the INQUIRY data;
      *   "gsort_size": the size of the gsort partition;
@@ -60,7 +59,7 @@ class Simulator {
     /** Adds a log line of a function to the trace. */
     void log(char priority, const std::string& function, std::string_view text);
 
-    /** The ranges that the flash has optimised; what another device's flash can start with. */
+    /** The ranges that the flash has optimised; setOptimised() of another device takes them. */
     std::string optimised() const;
     void setOptimised(std::string_view ranges);
     /** The ranges that the flash has unmapped. */

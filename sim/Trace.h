@@ -15,11 +15,11 @@ struct Event {
     Kind kind = kNote;
     /** Reads and writes: the last component of the node's path. */
     std::string node = {};
-    /** What was read, stored, logged or noted; of a device file, how many bytes were asked for. */
+    /** The text that was read, stored, logged or noted; for a device file, the size asked for. */
     std::string text = {};
     /** Reads and writes: why the node refused, in the words of strerror(3); empty if it did not. */
     std::string error = {};
-    /** A device file: where the bytes are, and how many came or went. -1 for all other files. */
+    /** Device files: the offset, and the bytes that were read or written. -1 for other files. */
     off_t offset = -1;
     ssize_t moved = -1;
     unsigned seconds = 0;
@@ -28,7 +28,7 @@ struct Event {
     std::string function = {};
 };
 
-/** What happened, in its order. */
+/** Events in the order in which they happened. */
 using Trace = std::vector<Event>;
 
 /** Reads the lines that a Simulator's trace consists of. */

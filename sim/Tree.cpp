@@ -94,7 +94,7 @@ int Tree::attributes(const std::string& path, struct stat& attributes) const {
     switch (entry->type) {
         case S_IFREG:
             attributes.st_mode = S_IFREG | readable | writable;
-            // Says nothing about the text, as in sysfs.
+            // As in sysfs, whatever the length of the text is.
             attributes.st_size = 4096;
             break;
         case S_IFLNK:
@@ -147,7 +147,7 @@ int Tree::open(const std::string& path, bool reads, bool writes) const {
 
 int Tree::read(const std::string& path, std::string& text) {
     const Entry* entry = find(path);
-    // What a driver's file says that went away while it was open.
+    // As an open sysfs file whose driver has gone.
     if (entry == nullptr) return -ENODEV;
     if (const int refused = refusal(path, Use::kRead); refused != 0) return refused;
     const auto script = scripts_.find(nameOf(path));

@@ -29,7 +29,7 @@ struct File {
     std::function<ssize_t(const char* bytes, size_t count, off_t offset)> write_at = nullptr;
 };
 
-/** What is asked of a file, and can be refused. */
+/** The uses of a file that a fault can refuse. */
 enum class Use { kLookUp, kOpenToRead, kOpenToWrite, kRead, kWrite };
 
 /** What can be wrong with a file. Add a line to kFaults to add a kind. */
@@ -37,7 +37,7 @@ struct Fault {
     /** What the fault is called when it is set. */
     const char* word;
     Use refused;
-    /** The errno that the user of the file gets; a file that cannot be looked up is missing. */
+    /** The errno that the caller gets; for kLookUp always ENOENT, or ENODEV on an open file. */
     int error;
 };
 
@@ -60,11 +60,11 @@ class Tree {
     void setSpace(const std::string& path, std::function<struct statvfs()> space);
 
     /**
-     * Has the file called `name`, in whatever directory, answer its readers with `texts`, one
-     * after the other, and go on with the last.
+     * Makes readers of the file called `name`, in whatever directory, get `texts` in turn, and then
+     * the last one again and again.
      */
     void script(const std::string& name, std::vector<std::string> texts);
-    /** Has the file called `name` answer by itself again. */
+    /** Makes the file called `name` show its own text again. */
     void unscript(const std::string& name);
     /**
      * Sets what is wrong with the file called `name`: words of kFaults with "/" between, or "none".

@@ -65,11 +65,11 @@ bool isUeventSocket(int fd) {
            protocol == NETLINK_KOBJECT_UEVENT;
 }
 
-/** Whether an epoll instance of this process has `socket` to wait for. */
+/** Whether an epoll instance of this process waits for `socket`. */
 bool isAwaited(int socket) {
-    // As the service registers its socket, so that nothing is changed; where there is nothing to
-    // change, the change is refused. A plain system call: to look at other threads' descriptors is
-    // no use of them, as a sanitizer would take it.
+    // The same registration as the service's, so a modification changes nothing; an instance that
+    // does not have the socket refuses it. A plain system call, because the thread sanitizer would
+    // take epoll_ctl() for a use of other threads' descriptors.
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = socket;

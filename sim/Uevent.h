@@ -27,12 +27,12 @@ void sendKernelUevent(std::string_view message);
 /** Sends it in the network namespace of the process `pid`, which this process enters for good. */
 void sendKernelUeventTo(pid_t pid, std::string_view message);
 
-/** Sends the same from this process itself, which no listener may mistake for the kernel. */
+/** Sends a uevent from this process itself; a listener must not take it for the kernel's. */
 void sendUserUevent(std::string_view message);
 
 /**
- * Waits until `count` listeners of this process listen, that is, until an epoll instance has the
- * uevent socket of each to wait for. Throws std::runtime_error after 10 seconds.
+ * Waits until `count` uevent sockets of this process are registered with epoll instances, that is,
+ * until their owners get events. Throws std::runtime_error after 10 seconds.
  */
 void awaitListeners(size_t count);
 

@@ -61,7 +61,7 @@ std::string counted(size_t count, const char* unit) {
     return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
 }
 
-/** Keeps Ctrl-C from every thread but the one that waits for it. */
+/** Blocks SIGINT in all threads that are started from now on; one of them waits for it. */
 void blockInterrupts() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -115,7 +115,7 @@ void showJson(const RunResult& run, Json::Value result) {
     printJson(result);
 }
 
-/** Runs a request and shows what came of it; `result` has what is known of it before. */
+/** Runs a request and shows its result; JSON is added to `result`. */
 ExitStatus runAndShow(const Options& options, const std::string& request, Json::Value result) {
     blockInterrupts();
     Progress progress;

@@ -42,7 +42,7 @@ namespace {
 using namespace vendor::nivora::hardware::fbo::implementation;
 using android::base::unique_fd;
 
-/** What came of a check: well, or what is wrong and what to do about it. */
+/** The result of a check: what was checked, what is wrong, and what to do about it. */
 struct Finding {
     std::string feature;
     std::string what;
@@ -79,7 +79,7 @@ std::string checkNumber(const std::string& text) {
 class Doctor {
   public:
     /**
-     * @param session the service to ask for what only it knows; null if there is none.
+     * @param session the service, to ask for the wear and the policy; null if there is none.
      * @param no_service why there is none; empty if there is one.
      */
     Doctor(const Session* session, const std::string& no_service, const LogLines& log)
@@ -99,13 +99,13 @@ class Doctor {
         findings_.push_back({feature_, what, wrong, advice});
     }
 
-    /** What a node is called in a finding: without the controller's directory. */
+    /** The name of a node in a finding: its path without the controller's directory. */
     std::string nameOf(const std::string& path) const {
         const bool ours = !controller_.empty() && android::base::StartsWith(path, controller_);
         return ours ? path.substr(controller_.size() + 1) : path;
     }
 
-    /** Looks at a node that is read; true if it can be. */
+    /** Checks that a node can be read; true if so. */
     bool readable(const std::string& path, std::string* text = nullptr) {
         Content content = readFile(path);
         add(nameOf(path) + " is readable", content.error,
@@ -114,7 +114,7 @@ class Doctor {
         return content.error.empty();
     }
 
-    /** Looks at a node that holds a number; nothing if it does not. */
+    /** Checks that a node holds a number, and returns it; nothing if it does not. */
     std::optional<int> number(const std::string& path) {
         std::string text;
         if (!readable(path, &text)) return std::nullopt;
@@ -125,7 +125,7 @@ class Doctor {
         return std::stoi(text);
     }
 
-    /** Looks at a node that is written: opens it, and neither truncates nor writes. */
+    /** Checks that a node can be opened for writing, without truncating or writing it. */
     void writable(const std::string& path) {
         const unique_fd fd(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         add(nameOf(path) + " is writable", fd.ok() ? "" : strerror(errno),
@@ -372,7 +372,7 @@ ExitStatus doctor(const Options& options) {
         session = std::make_unique<Session>(options, log.reader());
         if (const char* why = session->platform().whyNoNodes()) throw UsageError(why);
     } catch (const NoService& missing) {
-        // On a phone it need not run yet; the rest is looked at all the same.
+        // On a phone the service need not run yet; everything else can still be checked.
         no_service = missing.what();
     }
     Doctor doctor(session.get(), no_service, log);

@@ -32,7 +32,7 @@ size_t countItems(std::string_view list) {
 
 EraseResult sendErase(const Session& session, const std::string& list) {
     EraseResult result;
-    // A part keeps its last ":", which begins no item: so an empty item at its end is one.
+    // A part ends with its last ":", which begins no further item for the service.
     for (const std::string_view part : cutIntoParts(list, ':', 1)) {
         result.sent = ask([&] { return session.service()->EUA_SendEraseCmd(std::string(part)); });
         if (!result.sent) break;

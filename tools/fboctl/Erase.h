@@ -8,11 +8,11 @@
 
 namespace fboctl {
 
-/** What came of a list of erase requests. */
+/** The result of sending a list of erase requests. */
 struct EraseResult {
     /** Whether all items have been gone through. */
     bool sent = true;
-    /** Items that have been. */
+    /** How many items have been gone through. */
     size_t items = 0;
 };
 

@@ -41,7 +41,7 @@ std::string describeError(int error) {
 }
 
 void addExtent(const fiemap_extent& extent, uint64_t first_block, std::vector<BlockRange>& ranges) {
-    // A piece that is not of whole blocks counts with the blocks that it touches.
+    // An extent that does not cover whole blocks counts with all blocks that it touches.
     const uint64_t start = extent.fe_physical / kBlockSize + first_block;
     const uint64_t end =
             (extent.fe_physical + extent.fe_length + kBlockSize - 1) / kBlockSize + first_block;
@@ -67,7 +67,7 @@ std::string readFiemap(int fd, uint64_t first_block, std::vector<BlockRange>& ra
         for (uint32_t i = 0; i < map->fm_mapped_extents; ++i) {
             const fiemap_extent& extent = map->fm_extents[i];
             if (const char* why = whyNoBlocks(extent.fe_flags)) return why;
-            // Space that is reserved but never written has nothing to optimise.
+            // Space that is reserved but never written holds no data to optimise.
             if (!(extent.fe_flags & FIEMAP_EXTENT_UNWRITTEN)) {
                 addExtent(extent, first_block, ranges);
             }
@@ -106,7 +106,7 @@ void addDirectory(const fs::path& directory, uint64_t first_block,
 
 FileExtents readExtents(const fs::path& path, uint64_t first_block) {
     FileExtents file{path, {}, {}};
-    // Not blocking: a pipe must not hold the others up.
+    // O_NONBLOCK, because opening a pipe would otherwise wait for its writer.
     const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!fd.ok()) {
         file.error = strerror(errno);

@@ -18,7 +18,7 @@ class Meter {
 
     /** Number `current` of `all` begins; numbers start at 1. Numbers beyond `all` are not shown. */
     void begin(size_t current, size_t all);
-    /** Ends the bar, if there is one; what has begun is then done. */
+    /** Completes the bar, if there is one, and ends its line. */
     void finish();
 
   private:

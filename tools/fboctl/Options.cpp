@@ -108,7 +108,7 @@ void apply(int option, Options& options) {
             options.help = true;
             break;
         default:
-            // getopt has said what is wrong.
+            // getopt_long() has printed what is wrong.
             throw UsageError("");
     }
 }
@@ -117,7 +117,7 @@ void apply(int option, Options& options) {
 std::string describe(const Command& command) {
     constexpr size_t kIndent = 24;
     std::string text = std::string("  ") + command.name + " " + command.arguments;
-    // The bytes that continue a character take no column.
+    // In UTF-8 only the first byte of a character takes a column.
     const size_t columns = std::count_if(text.begin(), text.end(),
                                          [](unsigned char c) { return (c & 0xc0) != 0x80; });
     if (columns < kIndent) text.append(kIndent - columns, ' ');

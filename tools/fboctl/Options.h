@@ -9,7 +9,7 @@
 
 namespace fboctl {
 
-/** What a run of the program ends with. */
+/** The exit status of the program. */
 enum ExitStatus : int {
     kDone = 0,
     /** The answer is no, or what was asked for failed. */

@@ -7,8 +7,8 @@
 namespace fboctl {
 
 /**
- * The most characters that one call is sent. The service's buffer of 1,040,384 bytes is shared by
- * all calls in progress and freed late, and a stop must still find room in it.
+ * The most characters that one call is given. All calls in progress share the service's Binder
+ * buffer of 1,040,384 bytes, which is freed late, and a stop must still find room in it.
  */
 constexpr size_t kMaxPart = 256 * 1024;
 

@@ -41,12 +41,12 @@ std::string describeNow() {
 
 /**
  * Becomes logcat, in a process just forked by `parent`, and hands what is logged after `since` to
- * `output`. It ends when `parent` does, in whatever way.
+ * `output`. It ends with `parent`, however that ends.
  */
 [[noreturn]] void becomeLogcat(pid_t parent, const std::string& since, int output) {
-    // Nothing milder: logcat may have inherited that it ignores or blocks what it can.
+    // SIGKILL, because logcat may have inherited that other signals are ignored or blocked.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // A parent that was dead by then sends nothing.
+    // A parent that ended before the prctl() above causes no signal.
     if (getppid() != parent) _exit(EXIT_FAILURE);
     dup2(output, STDOUT_FILENO);
     execlp("logcat", "logcat", "-T", since.c_str(), "-v", "tag", "-s", "mem_fbo:D", nullptr);
@@ -62,12 +62,12 @@ class Phone : public Platform {
         unique_fd output;
         unique_fd input;
         if (!android::base::Pipe(&output, &input)) return;
-        // What was logged before is not of this call.
+        // Older lines do not belong to this call.
         const std::string since = describeNow();
         const pid_t self = getpid();
         logcat_ = fork();
         if (logcat_ == 0) becomeLogcat(self, since, input.get());
-        // Without the log the call is made all the same.
+        // The call works without the log, too.
         if (logcat_ < 0) return;
         reader_ = std::thread(
                 [fd = output.release(), reader = std::move(reader)] { copy(fd, reader); });

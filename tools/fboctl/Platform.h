@@ -31,14 +31,15 @@ struct ServeOptions {
     bool log = false;
 };
 
-/** What a host does in its own way and a phone in another; it ends with this object. */
+/** What differs between a host and a phone. The simulated device or logcat ends with this object.
+ */
 class Platform {
   public:
     virtual ~Platform() = default;
 
     /** Has the kernel ask the service to drop the snapshot. Throws if that cannot be. */
     virtual void sendDropEvent() = 0;
-    /** Readies for a time in which the service is left to what comes from outside. */
+    /** Prepares for a time in which the service only waits for events from outside. */
     virtual void keepUp() {}
 
     /** What to tell the user where IFbo::tryGetService() finds no service. */
@@ -52,8 +53,8 @@ class Platform {
 };
 
 /**
- * Makes ready what IFbo::tryGetService() finds, and hands the lines that the service logs from now
- * on to `reader`, on any thread; an empty reader wants none. To be called on the main thread.
+ * Prepares the service for IFbo::tryGetService(), and hands the lines that the service logs from
+ * now on to `reader`, on any thread; an empty reader gets none. To be called on the main thread.
  * Throws std::invalid_argument if the options do not fit, another std::exception if the system does
  * not allow it.
  */

@@ -35,7 +35,7 @@ ExitStatus support(const Options& options) {
         if (options.json) printJson(result);
         return fbo.supported && eua.supported ? kDone : kNo;
     } catch (const CallError& error) {
-        // What is known of the one feature is told before the other's error is.
+        // The answer for FBO is shown although EUA ended with an error.
         result["eua"]["error"] = error.what();
         if (options.json) printJson(result);
         throw;

@@ -44,11 +44,11 @@ auto ask(Call call) {
     }
 }
 
-/** A command on its way: the platform that it runs on, the service that it asks and its log. */
+/** What a command needs while it runs: the platform, the service that it asks and its log. */
 class Session {
   public:
     /**
-     * Throws NoService if there is none now; it does not wait for one.
+     * Throws NoService if no service is registered; it does not wait for one.
      *
      * @param listener takes what the service logs, besides the user who may want to see it too;
      *     on any thread. May be empty.

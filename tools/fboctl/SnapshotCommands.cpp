@@ -76,7 +76,7 @@ ExitStatus run(const Options& options, const char* name, const char* yes, const 
     return done ? kDone : kNo;
 }
 
-/** What came of a drop event, as the service's log tells it; null for a line about another. */
+/** The outcome of a drop event that a line of the service's log tells; null if it tells none. */
 const char* outcomeOf(const std::string& text) {
     const auto says = [&](const char* start) { return messageAfter(text, "UEventEvent", start); };
     if (says("drop snapshot success in uevent")) return "dropped";
@@ -85,7 +85,7 @@ const char* outcomeOf(const std::string& text) {
     return nullptr;
 }
 
-/** Waits for what comes of one drop event. */
+/** Waits for the outcome of one drop event. */
 class Outcome {
   public:
     LogReader reader() {
@@ -97,13 +97,13 @@ class Outcome {
         };
     }
 
-    /** Waits until the service listens, or is about to. */
+    /** Waits until the service's log tells that its uevent thread starts. */
     void awaitListener() {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_for(lock, kPatience, [this] { return listening_; });
     }
 
-    /** Null if nothing comes. */
+    /** The outcome; null if there is none within `patience`. */
     const char* await(std::chrono::milliseconds patience) {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_for(lock, patience, [this] { return outcome_ != nullptr; });

@@ -18,7 +18,7 @@ namespace fboctl {
 
 namespace {
 
-/** Turns the first Ctrl-C into a stop request while it lives; the second ends the program. */
+/** While it exists, the first Ctrl-C sends a stop to the service; the second ends the program. */
 class Interrupts {
   public:
     explicit Interrupts(const sp<IFbo>& service) : service_(service) {
@@ -69,11 +69,11 @@ class Interrupts {
         letCtrlCEndProgram();
         fprintf(stderr, "\nfboctl: stopping; Ctrl-C again to give up\n");
         sendStop();
-        // The second Ctrl-C comes to this thread: the others have it blocked.
+        // The second Ctrl-C is delivered to this thread, because the others block it.
         await({kEnd});
     }
 
-    /** From now on, even while the service does not answer to the stop. */
+    /** Makes the next Ctrl-C end the program, even while the service has not answered the stop. */
     static void letCtrlCEndProgram() {
         const sigset_t interrupt = setOf({SIGINT});
         signal(SIGINT, SIG_DFL);

@@ -9,7 +9,7 @@
 
 namespace fboctl {
 
-/** What came of a defragmentation. */
+/** The result of a defragmentation. */
 struct RunResult {
     /** Sums over all calls, in the service's unit; higher is more fragmented. */
     int64_t before = 0;
@@ -22,7 +22,7 @@ struct RunResult {
     std::optional<Figures> measured;
     /** Somebody had the service stop, or parts of the request were kept back. */
     bool stopped = false;
-    /** The service did not take the request, or answered what is no answer. */
+    /** The service did not take the request. */
     bool refused = false;
     /** No zone was seen in the log, so nobody knows whether one failed. */
     bool unseen = false;
