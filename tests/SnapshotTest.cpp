@@ -3,27 +3,30 @@
 
 #include <cstring>
 
+#include <android-base/unique_fd.h>
+
 #include "Phone.h"
 #include "fbo/snapshot/BootLun.h"
 #include "fbo/snapshot/Snapshot.h"
 
 namespace {
 
+using android::base::unique_fd;
+
 constexpr off_t kRecord = 9437184;
 
 /** What the gsort partition holds from `offset` on. */
 std::string readPartition(off_t offset, size_t size) {
     std::string bytes(size, '\0');
-    const int fd = open("/dev/block/by-name/gsort", O_RDONLY);
-    bytes.resize(pread(fd, bytes.data(), size, offset));
-    close(fd);
+    const unique_fd fd(open("/dev/block/by-name/gsort", O_RDONLY));
+    bytes.resize(pread(fd.get(), bytes.data(), size, offset));
     return bytes;
 }
 
 void writeRecord(const std::string& bytes) {
-    const int fd = open("/dev/block/by-name/gsort", O_WRONLY);
-    EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), kRecord), static_cast<ssize_t>(bytes.size()));
-    close(fd);
+    const unique_fd fd(open("/dev/block/by-name/gsort", O_WRONLY));
+    EXPECT_EQ(pwrite(fd.get(), bytes.data(), bytes.size(), kRecord),
+              static_cast<ssize_t>(bytes.size()));
 }
 
 /** A record of 107 bytes; but for the magic and the numbers no byte is like its neighbour. */
