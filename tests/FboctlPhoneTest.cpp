@@ -24,6 +24,8 @@
 #include "Asleep.h"
 #include "fbo/Fbo.h"
 #include "tools/fboctl/Erase.h"
+#include "tools/fboctl/Extents.h"
+#include "tools/fboctl/FirstBlock.h"
 #include "tools/fboctl/Parts.h"
 #include "tools/fboctl/TriggerRun.h"
 
@@ -110,7 +112,7 @@ class PhoneFboctl : public testing::Test {
     }
 
     sp<Service> service;
-    Progress progress;
+    Progress progress{false};
     std::atomic<bool> stopped = false;
     std::atomic<bool> ended = false;
 };
@@ -255,6 +257,34 @@ TEST_F(PhoneFboctl, LeavesNoLogcatBehind) {
         int status = 0;
         EXPECT_GT(waitpid(-1, &status, 0), 0);
         EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    }
+}
+
+TEST(Extents, ThatOverlapOrTouchAreOneRange) {
+    const std::vector<FileExtents> files = {{"a", {{100, 8}, {10, 5}}, 0, ""},
+                                            {"b", {{15, 1}, {104, 1}, {17, 3}}, 0, ""},
+                                            {"c", {{0, 9}, {100, 10}}, 0, ""},
+                                            {"a", {{100, 8}, {10, 5}}, 0, ""}};
+    std::string request;
+    appendRanges(request, joinRanges(files));
+    EXPECT_EQ(request, "0,9,10,6,17,3,100,10,");
+}
+
+TEST(Extents, BeginWhereTheVolumesTargetSays) {
+    // clang-format off
+    const struct { const char *type, *parameters, *device; uint64_t start; } kRows[] = {
+            {"linear", "8:5 2048", "8:5", 2048},
+            {"crypt", "aes-xts-plain64 00 0 259:3 4096 1 allow_discards", "259:3", 4096},
+            {"default-key", "aes-xts-plain64 - 0 8:33 0 3 allow_discards", "8:33", 0},
+            {"linear", "8:5", nullptr, 0}, {"linear", "8:5 x", nullptr, 0},
+            {"striped", "2 16 8:5 0 8:6 0", nullptr, 0}, {"crypt", "", nullptr, 0}};
+    // clang-format on
+    for (const auto& row : kRows) {
+        const auto found = parseTarget(row.type, row.parameters);
+        EXPECT_EQ(found.has_value(), row.device != nullptr) << row.parameters;
+        if (!found || row.device == nullptr) continue;
+        EXPECT_EQ(found->device, row.device);
+        EXPECT_EQ(found->start, row.start);
     }
 }
 

@@ -91,7 +91,7 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs31:samsung,fault.ufshcd-qcom=missing support", 3, "not supported, this phone"},
             {"ufs40:wdc eua size", 0, "EUA size: 65536"},
             {"ufs40:samsung,device=corvi eua size", 1, "EUA size: 0"},
-            {"ufs40:wdc --trace eua erase 1,8:9,8", 0, "of 2\n       5 s  write eua_file_lba"},
+            {"ufs40:wdc --trace eua erase 1,8:9,8", 0, "5 s  write eua_file_lba"},
             {"ufs40:samsung,fault.eua_file_lba_unmap=missing eua erase 1,8", 1, "Nothing sent"},
             {"ufs40:wdc,wear=77 wear", 0, "cycles: 77\nEUA: supported"},
             {"ufs40:wdc,fault.hr=missing wear --json", 1, "\"cycles\" : null"},
@@ -108,8 +108,14 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:wdc,snapshot=2 snapshot event", 0, "event: dropped"},
             {"ufs40:wdc,snapshot=2,drop_end=6 snapshot event", 1, "event: the drop failed"},
             {"snapshot event 1x", 2, "process id"}, {"eua", 2, "no command \"eua\""},
-            {"", 2, "no command"}, {"frobnicate", 2, "no command \"frobnicate\""},
-            {"trigger", 2, "something is missing"}, {"support me", 2, "too much"},
+            {"", 2, "no command"}, {"frobnicate", 2, "no command \"frobnicate\"\n"},
+            {"snapshot stattus", 2, "did you mean snapshot status?"}, {"gc --raw", 2, "gc takes no --raw"},
+            {"trigger -1,8", 2, "ranges are START,COUNT"}, {"trigger 1,2,3", 2, "ranges are START"},
+            {"trigger 1,,2,", 2, "ranges are START"}, {"--version", 0, "hardware.fbo@1.0"},
+            {"defrag --help", 0, "--min-size BYTES"}, {"completion", 0, "snapshot watch"},
+            {"manual", 0, ".SH DESCRIPTION"}, {"defrag --dry-run /proc", 1, "give --first-block"},
+            {"defrag --min-size 1X .", 2, "takes a number"},
+            {"trigger", 2, "RANGES is missing"}, {"support me", 2, "too much"},
             {"--nonsense support", 2, "--help"}, {"defrag --first-block x .", 2, "takes a number"},
             {"--trace support", 2, "need --sim"}, {"support", 3, "no service; on a host use --sim"},
             {"ufs40:samsung,colour=red support", 2, "colour=red"},
@@ -168,6 +174,16 @@ TEST(Fboctl, DefragmentsFiles) {
         blocks += range[1].asUInt64();
     }
     EXPECT_EQ(blocks, 3u);
+    // What is named twice is sent once; files of one extent, or small ones, are left alone.
+    const std::string dry = FBOCTL " --sim ufs40:samsung,ranges=2 --dry-run defrag fboctl_files ";
+    const auto ranges = std::to_string(result["ranges"].asUInt()) + " ranges in ";
+    EXPECT_PRED_FORMAT2(IsSubstring, ranges, run(dry + "fboctl_files/holes").output);
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n1 file, ", run(dry + "--min-extents 2").output);
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n2 files, ", run(dry + "--min-size 9000").output);
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n1 file, ", run(dry + "--min-size 9K").output);
+    // The file with holes has four ranges.
+    EXPECT_PRED_FORMAT2(IsSubstring, "holes\n1 file, 4 ranges in 2 zones\n",
+                        run(dry + "--min-extents 1 --limit 2").output);
     Json::Value again;
     std::istringstream(run(command).output) >> again;
     EXPECT_LT(again["before"].asInt(), result["before"].asInt());

@@ -26,6 +26,7 @@
 #include "fbo/utils/Utils.h"
 #include "host/LogSink.h"
 #include "sim/Uevent.h"
+#include "tools/fboctl/FirstBlock.h"
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 using namespace std::chrono_literals;
@@ -167,6 +168,15 @@ TEST_F(Vm, DropsTheCachesThatTheKernelHolds) {
     EXPECT_EQ(figure("drop_pagecache"), pages + 2);
     EXPECT_LT(figure("Cached:"), cached - 60 * 1024);
     EXPECT_LT(figure("Dirty:"), 1024);
+}
+
+/** Through device-mapper to the disk: 16384 sectors are 2048 blocks. */
+TEST_F(Vm, FindsTheBlockAtWhichTheFileSystemBegins) {
+    struct stat attributes {};
+    ASSERT_EQ(stat("/data", &attributes), 0);
+    EXPECT_EQ(fboctl::firstBlockOf(attributes.st_dev), 2048u);
+    ASSERT_EQ(stat("/proc", &attributes), 0);
+    EXPECT_EQ(fboctl::firstBlockOf(attributes.st_dev), std::nullopt);
 }
 
 /** f2fs on 48 GiB, which is sold as 64 GiB. */

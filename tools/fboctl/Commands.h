@@ -4,6 +4,10 @@
 
 namespace fboctl {
 
+// Options.cpp
+ExitStatus completion(const Options& options);
+ExitStatus manual(const Options& options);
+
 // Serve.cpp
 ExitStatus run(const Options& options);
 ExitStatus serve(const Options& options);
@@ -91,6 +95,9 @@ constexpr Command kCommands[] = {
          "With --sim: keep such a service up until Ctrl-C, for all programs that this\n"
          "user starts.",
          serve},
+        {"completion", "", "Print a completion for bash: eval \"$(fboctl completion)\"",
+         completion},
+        {"manual", "", "Print this as a page for man: fboctl manual | man -l -", manual},
 };
 
 }  // namespace fboctl

@@ -4,13 +4,21 @@
 #include <algorithm>
 #include <cctype>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <utility>
 
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
 
 #include "Commands.h"
+#include "Controller.h"
 #include "Extents.h"
+#include "FirstBlock.h"
 #include "Progress.h"
 #include "Session.h"
 #include "TriggerRun.h"
@@ -19,11 +27,24 @@ namespace fboctl {
 
 namespace {
 
+/** A file's name as a terminal can show it: without control characters. */
+std::string shown(const std::string& name) {
+    std::string text;
+    for (const char c : name) {
+        if (iscntrl(static_cast<unsigned char>(c)) == 0) {
+            text += c;
+        } else {
+            android::base::StringAppendF(&text, "\\x%02x", static_cast<unsigned char>(c));
+        }
+    }
+    return text;
+}
+
 void printTable(const std::vector<FileExtents>& files) {
     printf("%8s %10s %12s  %s\n", "extents", "blocks", "first block", "file");
     for (const FileExtents& file : files) {
         if (!file.error.empty()) {
-            fprintf(stderr, "fboctl: %s: %s\n", file.path.c_str(), file.error.c_str());
+            fprintf(stderr, "fboctl: %s: %s\n", shown(file.path).c_str(), file.error.c_str());
             continue;
         }
         uint64_t blocks = 0;
@@ -31,16 +52,42 @@ void printTable(const std::vector<FileExtents>& files) {
         const std::string first =
                 file.ranges.empty() ? "-" : std::to_string(file.ranges.front().start);
         printf("%8zu %10llu %12s  %s\n", file.ranges.size(),
-               static_cast<unsigned long long>(blocks), first.c_str(), file.path.c_str());
+               static_cast<unsigned long long>(blocks), first.c_str(), shown(file.path).c_str());
     }
     fflush(stdout);
+}
+
+/** Whether JSON can have the name as it is: only UTF-8 has a form there. */
+bool isUtf8(const std::string& name) {
+    size_t to_come = 0;
+    for (const unsigned char c : name) {
+        if ((c & 0xc0) == 0x80) {
+            if (to_come-- == 0) return false;
+        } else if (to_come > 0) {
+            return false;
+        } else {
+            to_come = c < 0x80               ? 0
+                      : c < 0xc2 || c > 0xf4 ? SIZE_MAX
+                      : c < 0xe0             ? 1
+                      : c < 0xf0             ? 2
+                                             : 3;
+        }
+        if (to_come == SIZE_MAX) return false;
+    }
+    return to_come == 0;
 }
 
 Json::Value describe(const std::vector<FileExtents>& files) {
     Json::Value list(Json::arrayValue);
     for (const FileExtents& file : files) {
         Json::Value entry;
-        entry["path"] = file.path.string();
+        const std::string name = file.path.string();
+        entry["path"] = isUtf8(name) ? name : shown(name);
+        if (!isUtf8(name)) {
+            std::string bytes;
+            for (const unsigned char c : name) android::base::StringAppendF(&bytes, "%02x", c);
+            entry["path_bytes"] = bytes;
+        }
         if (!file.error.empty()) {
             entry["error"] = file.error;
         } else {
@@ -115,11 +162,9 @@ void showJson(const RunResult& run, Json::Value result) {
     printJson(result);
 }
 
-/** Runs a request and shows its result; JSON is added to `result`. */
-ExitStatus runAndShow(const Options& options, const std::string& request, Json::Value result) {
-    blockInterrupts();
-    Progress progress;
-    const Session session(options, [&](char, const std::string& text) { progress.take(text); });
+/** Runs a request in `session` and shows its result; JSON is added to `result`. */
+ExitStatus runAndShow(const Options& options, const Session& session, Progress& progress,
+                      const std::string& request, Json::Value result) {
     const RunResult run = runTrigger(session, request, progress);
     if (options.json) {
         showJson(run, std::move(result));
@@ -140,34 +185,133 @@ std::string readRequest(const Options& options) {
                                  [](unsigned char c) { return isspace(c); }),
                   request.end());
     if (!request.empty() && request.back() != ',') request += ',';
+    const bool is_of_numbers = request.find_first_not_of("0123456789,") == request.npos &&
+                               request.find(",,") == request.npos && request[0] != ',';
+    if (!is_of_numbers || std::count(request.begin(), request.end(), ',') % 2 != 0) {
+        throw UsageError("ranges are START,COUNT,START,COUNT,… (--raw sends any text)");
+    }
     return request;
+}
+
+/** Leaves out what the user does not want; `counts` holds of a file. */
+template <typename Counts>
+void keep(std::vector<FileExtents>& files, Counts counts) {
+    files.erase(std::remove_if(files.begin(), files.end(),
+                               [&](const FileExtents& file) {
+                                   return file.error.empty() && !counts(file);
+                               }),
+                files.end());
+}
+
+/** Leaves out all but the most fragmented files, whose ranges are `most` at the most. */
+void keepMostFragmented(std::vector<FileExtents>& files, size_t most) {
+    std::vector<size_t> sizes;
+    for (const FileExtents& file : files) sizes.push_back(file.ranges.size());
+    std::sort(sizes.begin(), sizes.end(), std::greater<>());
+    // From the largest number on, each one that still fits.
+    std::map<size_t, size_t> taken;
+    for (const size_t size : sizes) {
+        if (size > most) continue;
+        most -= size;
+        ++taken[size];
+    }
+    keep(files, [&](const FileExtents& file) {
+        size_t& left = taken[file.ranges.size()];
+        return left > 0 && left-- > 0;
+    });
+}
+
+/** How many ranges the service puts into a zone of this device. */
+class ZoneLimit {
+  public:
+    explicit ZoneLimit(std::optional<size_t> limit)
+        : is_known_(limit.has_value()), limit_(limit.value_or(0)) {}
+
+    bool isKnown() const { return is_known_; }
+    /** How many zones so many ranges make. */
+    size_t zonesOf(size_t ranges) const { return limit_ == 0 ? 1 : (ranges + limit_ - 1) / limit_; }
+    /** How many ranges fit into so many zones. */
+    size_t rangesIn(size_t zones) const {
+        if (!is_known_) throw UsageError("--limit: how much a zone holds cannot be read here");
+        return limit_ == 0 ? SIZE_MAX : zones * limit_;
+    }
+
+  private:
+    const bool is_known_;
+    /** 0: any number. */
+    const size_t limit_;
+};
+
+/** The files that the user picks, before the simulated device hides them. */
+std::vector<FileExtents> findFiles(const Options& options) {
+    const bool is_simulated = !options.sim.device.empty();
+    std::map<dev_t, std::optional<uint64_t>> known;
+    const auto first_block = [&](dev_t device) {
+        if (options.first_block) return options.first_block;
+        auto [found, is_new] = known.try_emplace(device);
+        if (is_new) found->second = firstBlockOf(device);
+        // A simulated unit holds nothing but the file system.
+        if (!found->second && is_simulated) found->second = 0;
+        return found->second;
+    };
+    std::vector<FileExtents> files =
+            collectExtents({options.arguments.begin(), options.arguments.end()}, first_block);
+    keep(files, [&](const FileExtents& file) {
+        return file.ranges.size() >= options.min_extents && file.size >= options.min_size;
+    });
+    return files;
 }
 
 }  // namespace
 
 ExitStatus defrag(const Options& options) {
-    // Before the session: a simulated device hides the files of the host.
-    const std::vector<FileExtents> files = collectExtents(
-            {options.arguments.begin(), options.arguments.end()}, options.first_block);
-    std::string request;
-    for (const FileExtents& file : files) appendRanges(request, file.ranges);
+    std::vector<FileExtents> files = findFiles(options);
+    blockInterrupts();
+    Progress progress(!options.json);
+    std::unique_ptr<Session> session;
+    std::unique_ptr<Platform> platform;
+    if (options.dry_run) {
+        platform = startPlatform(options.sim, {});
+    } else {
+        session = std::make_unique<Session>(
+                options, [&](char, const std::string& text) { progress.take(text); });
+    }
+    const bool sees_nodes =
+            (options.dry_run ? *platform : session->platform()).whyNoNodes() == nullptr;
+    const ZoneLimit zone(sees_nodes ? readZoneLimit() : std::nullopt);
+    if (options.limit) keepMostFragmented(files, zone.rangesIn(*options.limit));
 
+    const std::vector<BlockRange> ranges = joinRanges(files);
+    std::string request;
+    appendRanges(request, ranges);
     Json::Value result;
     if (options.json) {
         result["files"] = describe(files);
+        result["ranges"] = Json::UInt64{ranges.size()};
+        result["expected_zones"] =
+                zone.isKnown() ? Json::UInt64{zone.zonesOf(ranges.size())} : Json::Value::null;
     } else {
         printTable(files);
+        printf("%s, %s in %s\n", counted(files.size(), "file").c_str(),
+               counted(ranges.size(), "range").c_str(),
+               zone.isKnown() ? counted(zone.zonesOf(ranges.size()), "zone").c_str()
+                              : "a number of zones that is not known");
+        fflush(stdout);
     }
-    if (request.empty()) {
+    if (request.empty() || options.dry_run) {
         if (options.json) printJson(result);
-        fprintf(stderr, "fboctl: none of this lies in blocks of the unit\n");
-        return kNo;
+        if (request.empty()) fprintf(stderr, "fboctl: none of this lies in blocks of the unit\n");
+        return request.empty() ? kNo : kDone;
     }
-    return runAndShow(options, request, std::move(result));
+    return runAndShow(options, *session, progress, request, std::move(result));
 }
 
 ExitStatus trigger(const Options& options) {
-    return runAndShow(options, readRequest(options), Json::Value());
+    const std::string request = readRequest(options);
+    blockInterrupts();
+    Progress progress(!options.json);
+    const Session session(options, [&](char, const std::string& text) { progress.take(text); });
+    return runAndShow(options, session, progress, request, Json::Value());
 }
 
 }  // namespace fboctl

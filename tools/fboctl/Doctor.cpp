@@ -3,7 +3,6 @@
  */
 
 #include <cutils/uevent.h>
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -24,6 +23,7 @@
 
 #include "Answers.h"
 #include "Commands.h"
+#include "Controller.h"
 #include "Platform.h"
 #include "Session.h"
 #include "fbo/defrag/Capability.h"
@@ -167,20 +167,10 @@ void Doctor::examineService() {
 
 void Doctor::examineController() {
     feature_ = "all";
-    const std::string driver = kHardwareProperty.value() == "qcom" ? kQcomDriver : kMtkDriver;
-    DIR* const directory = opendir(driver.c_str());
-    std::string wrong = directory == nullptr ? strerror(errno) : "no entry has \"ufs\" in its name";
-    while (directory != nullptr) {
-        const dirent* entry = readdir(directory);
-        if (entry == nullptr) break;
-        if (strstr(entry->d_name, "ufs") != nullptr) {
-            controller_ = driver + entry->d_name;
-            wrong.clear();
-            break;
-        }
-    }
-    if (directory != nullptr) closedir(directory);
-    add("the host controller is " + (controller_.empty() ? "in " + driver : controller_), wrong,
+    const Controller found = findController();
+    controller_ = found.directory;
+    add("the host controller is " + (controller_.empty() ? "in " + found.driver : controller_),
+        found.wrong,
         "check the driver, and the property ro.hardware (qcom or not picks the directory)");
     examineVendor();
 }

@@ -44,7 +44,7 @@ EraseResult sendErase(const Session& session, const std::string& list) {
 ExitStatus euaErase(const Options& options) {
     const std::string& list = options.arguments[0];
     const size_t items = countItems(list);
-    Meter meter("item");
+    Meter meter("item", !options.json);
     size_t begun = 0;
     const Session session(options, [&](char, const std::string& text) {
         if (messageAfter(text, "EUA_SendEraseCmd", "send erase lba ")) meter.begin(++begun, items);

@@ -78,8 +78,30 @@ std::string readFiemap(int fd, uint64_t first_block, std::vector<BlockRange>& ra
     }
 }
 
+/** Finds where the file at `path` lies. */
+FileExtents readExtents(const fs::path& path, const FirstBlock& first_block) {
+    FileExtents file{path, {}, 0, {}};
+    // Not blocking: a pipe must not hold the others up.
+    const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.ok()) {
+        file.error = strerror(errno);
+        return file;
+    }
+    struct stat attributes;
+    if (fstat(fd.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
+        file.error = "not a regular file";
+    } else if (const auto first = first_block(attributes.st_dev); !first) {
+        file.error = "where its file system begins on the unit is not known; give --first-block";
+    } else {
+        file.size = static_cast<uint64_t>(attributes.st_size);
+        file.error = readFiemap(fd.get(), *first, file.ranges);
+        if (!file.error.empty()) file.ranges.clear();
+    }
+    return file;
+}
+
 /** Adds the regular files below `directory`, in the order of their names. */
-void addDirectory(const fs::path& directory, uint64_t first_block,
+void addDirectory(const fs::path& directory, const FirstBlock& first_block,
                   std::vector<FileExtents>& files) {
     std::error_code error;
     std::vector<fs::directory_entry> entries;
@@ -88,7 +110,7 @@ void addDirectory(const fs::path& directory, uint64_t first_block,
         entries.push_back(*entry);
     }
     if (error) {
-        files.push_back({directory, {}, error.message()});
+        files.push_back({directory, {}, 0, error.message()});
         return;
     }
     std::sort(entries.begin(), entries.end());
@@ -104,25 +126,8 @@ void addDirectory(const fs::path& directory, uint64_t first_block,
 
 }  // namespace
 
-FileExtents readExtents(const fs::path& path, uint64_t first_block) {
-    FileExtents file{path, {}, {}};
-    // O_NONBLOCK, because opening a pipe would otherwise wait for its writer.
-    const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!fd.ok()) {
-        file.error = strerror(errno);
-        return file;
-    }
-    struct stat attributes;
-    if (fstat(fd.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
-        file.error = "not a regular file";
-    } else {
-        file.error = readFiemap(fd.get(), first_block, file.ranges);
-        if (!file.error.empty()) file.ranges.clear();
-    }
-    return file;
-}
-
-std::vector<FileExtents> collectExtents(const std::vector<fs::path>& paths, uint64_t first_block) {
+std::vector<FileExtents> collectExtents(const std::vector<fs::path>& paths,
+                                        const FirstBlock& first_block) {
     std::vector<FileExtents> files;
     for (const fs::path& path : paths) {
         std::error_code error;
@@ -133,6 +138,26 @@ std::vector<FileExtents> collectExtents(const std::vector<fs::path>& paths, uint
         }
     }
     return files;
+}
+
+std::vector<BlockRange> joinRanges(const std::vector<FileExtents>& files) {
+    std::vector<BlockRange> all;
+    for (const FileExtents& file : files) {
+        all.insert(all.end(), file.ranges.begin(), file.ranges.end());
+    }
+    std::sort(all.begin(), all.end(), [](const BlockRange& one, const BlockRange& other) {
+        return one.start < other.start;
+    });
+    std::vector<BlockRange> joined;
+    for (const BlockRange& range : all) {
+        if (joined.empty() || range.start > joined.back().start + joined.back().count) {
+            joined.push_back(range);
+        } else {
+            BlockRange& last = joined.back();
+            last.count = std::max(last.count, range.start + range.count - last.start);
+        }
+    }
+    return joined;
 }
 
 void appendRanges(std::string& request, const std::vector<BlockRange>& ranges) {

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,23 +22,24 @@ struct FileExtents {
     std::filesystem::path path;
     /** Its pieces in the order of the file; those that lie end to end are one. */
     std::vector<BlockRange> ranges;
+    /** Its length in bytes. */
+    uint64_t size = 0;
     /** Why the pieces are not known; empty if they are. */
     std::string error;
 };
 
-/**
- * Finds where the file at `path` lies, by FIEMAP.
- *
- * @param first_block the block of the unit at which the file system begins.
- */
-FileExtents readExtents(const std::filesystem::path& path, uint64_t first_block);
+/** Tells at which block of the unit a file system begins, by its device; nothing: not known. */
+using FirstBlock = std::function<std::optional<uint64_t>(dev_t device)>;
 
 /**
- * Finds where the files at `paths` lie, and the files below the directories among them. What
- * cannot be looked at is in the result with the reason.
+ * Finds where the files at `paths` lie, and the files below the directories among them, by FIEMAP.
+ * What cannot be looked at is in the result with the reason.
  */
 std::vector<FileExtents> collectExtents(const std::vector<std::filesystem::path>& paths,
-                                        uint64_t first_block);
+                                        const FirstBlock& first_block);
+
+/** The ranges of all files in the order of the unit; what overlaps or touches is one range. */
+std::vector<BlockRange> joinRanges(const std::vector<FileExtents>& files);
 
 /** Appends `ranges` to `request` in the form that FBO_trigger takes. */
 void appendRanges(std::string& request, const std::vector<BlockRange>& ranges);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,18 +30,26 @@ struct Options {
     std::string command;
     std::vector<std::string> arguments;
     SimOptions sim;
-    uint64_t first_block = 0;
+    /** The block of the unit at which the file system begins; nothing: to be found out. */
+    std::optional<uint64_t> first_block;
+    /** Files of fewer extents, or fewer bytes, are left alone. */
+    size_t min_extents = 0;
+    uint64_t min_size = 0;
+    /** The most zones that a run may take; nothing: as many as there are. */
+    std::optional<size_t> limit;
+    bool dry_run = false;
     bool raw = false;
     bool log = false;
     bool json = false;
     bool restart = false;
     bool help = false;
+    bool version = false;
 };
 
 /** Throws UsageError. */
 Options parseOptions(int argc, char** argv);
 
-/** The text for --help. */
-std::string describeUsage();
+/** The help: for the command that `options` name, or, if they name none, for all. */
+std::string describeUsage(const Options& options);
 
 }  // namespace fboctl

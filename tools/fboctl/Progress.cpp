@@ -3,7 +3,26 @@
 #include <algorithm>
 #include <utility>
 
+#include "LogLine.h"
+
 namespace fboctl {
+
+namespace {
+
+/** What the device is at when this is logged. */
+constexpr struct {
+    const char *function, *message, *state;
+} kStates[] = {
+        {"FBO_Clear", "clear ops", "clearing"},
+        {"UFS31_FBO_Imp", "write buff lba is", "sending"},
+        {"UFS40_FBO_Imp", "enable analysis", "analysing"},
+        {"UFS31_FBO_Imp", "flc enable", "analysing"},
+        {"UFS40_FBO_Imp", "enable optimization.", "optimising"},
+        {"UFS31_FBO_Imp", "enable defrag.", "optimising"},
+        {"FBO2_Linear_Mapping", "Enable Linear Mapping", "mapping"},
+};
+
+}  // namespace
 
 void Progress::expect(std::vector<size_t> ranges) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -16,6 +35,9 @@ void Progress::take(const std::string& text) {
     log_.take(text);
     if (log_.zones.size() > zones) {
         meter_.begin(zones + 1, std::max(expectedZones(), zones + 1));
+    }
+    for (const auto& [function, message, state] : kStates) {
+        if (messageAfter(text, function, message)) meter_.setState(state);
     }
 }
 

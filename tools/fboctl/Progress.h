@@ -13,6 +13,9 @@ namespace fboctl {
 /** Shows how far a run has come, as far as the service's log tells it. Any thread may tell it. */
 class Progress {
   public:
+    /** @param shows whether to show anything; the log is taken in any case. */
+    explicit Progress(bool shows) : meter_("zone", shows) {}
+
     /** How many ranges each call of the run will have, for the number of zones. */
     void expect(std::vector<size_t> ranges);
     /** Takes a line of the log and shows what it tells. */
@@ -29,7 +32,7 @@ class Progress {
     mutable std::mutex mutex_;
     std::vector<size_t> ranges_;
     RunLog log_;
-    Meter meter_{"zone"};
+    Meter meter_;
 };
 
 }  // namespace fboctl

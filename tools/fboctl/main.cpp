@@ -1,23 +1,50 @@
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <iterator>
+#include <numeric>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "Commands.h"
 #include "Options.h"
 #include "Platform.h"
+#include "Session.h"
 
 namespace fboctl {
 
 namespace {
 
-const Command& findCommand(const Options& options) {
-    for (const Command& command : kCommands) {
-        if (options.command == command.name) return command;
+/** How many letters have to be changed, added or left out to make one text of the other. */
+size_t distance(const std::string& one, const std::string& other) {
+    std::vector<size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), 0);
+    for (size_t i = 0; i < one.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i + 1);
+        for (size_t j = 0; j < other.size(); ++j) {
+            const size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
     }
-    throw UsageError(options.command.empty() ? "no command"
-                                             : "no command \"" + options.command + "\"");
+    return row.back();
+}
+
+const Command& findCommand(const Options& options) {
+    const std::string& name = options.command;
+    if (name.empty()) throw UsageError("no command");
+    const auto is_closer = [&](const Command& one, const Command& other) {
+        return distance(name, one.name) < distance(name, other.name);
+    };
+    const Command* const nearest =
+            std::min_element(std::begin(kCommands), std::end(kCommands), is_closer);
+    if (name == nearest->name) return *nearest;
+    const bool is_close = distance(name, nearest->name) <= name.size() / 3 + 1;
+    throw UsageError("no command \"" + name + "\"" +
+                     (is_close ? std::string("; did you mean ") + nearest->name + "?" : ""));
 }
 
 /** Throws UsageError unless the command takes as many arguments as `count`. */
@@ -26,14 +53,20 @@ void checkArguments(const Command& command, size_t count) {
     const size_t named = arguments.empty() ? 0 : 1;
     const size_t least = arguments.substr(0, 1) == "[" ? 0 : named;
     const size_t most = arguments.find("…") == std::string_view::npos ? named : SIZE_MAX;
-    if (count < least)
-        throw UsageError(std::string(command.name) + ": something is missing after it");
+    if (count < least) {
+        throw UsageError(std::string(command.name) + ": " + command.arguments +
+                         " is missing after it");
+    }
     if (count > most) throw UsageError(std::string(command.name) + ": too much after it");
 }
 
 ExitStatus carryOut(const Options& options) {
     if (options.help) {
-        fputs(describeUsage().c_str(), stdout);
+        fputs(describeUsage(options).c_str(), stdout);
+        return kDone;
+    }
+    if (options.version) {
+        printf("fboctl for %s\n", IFbo::descriptor);
         return kDone;
     }
     if (options.sim.device == "list") {
