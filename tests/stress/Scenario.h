@@ -55,7 +55,8 @@ constexpr char kNodes[] =
 constexpr char kSettings[] =
         "analysis=stuck analysis=6/stuck analysis=1201 analysis_end=9/-1 analysis_end=255 "
         "analysis_end=1 optimise=stuck optimise=1201 optimise_end=255/-1 optimise_end=2 report=28 "
-        "report=28/4096 clear=31 clear=400 mapping=stuck mapping_end=255 accept=stuck accept=90 "
+        "report=28/4096 clear=31 clear=400 mapping=stuck mapping_end=255 accept=stuck "
+        "accept=0/stuck accept=90 accept=301 "
         "backup=stuck backup=100 backup_idle=stuck backup_end=6 backup_end=5 drop=stuck drop=29 "
         "drop_end=6 snapshot=6 snapshot=1 snapshot=2 wear=1 eua=0 eua_size=0";
 
@@ -96,18 +97,18 @@ inline Event makeEvent(Bytes& bytes) {
     const size_t kind = bytes.below(16);
     if (kind < 3) return {moment, "tell", bytes.word("stop stop stop continue")};
     if (kind < 4) return {moment, "uevent", ""};
-    if (kind < 7) {
+    if (kind < 9) {
         const std::string setting = bytes.word(kSettings);
         const size_t end = setting.find('=');
         return {moment, setting.substr(0, end), setting.substr(end + 1)};
     }
     const std::string node = bytes.word(kNodes);
-    if (kind < 11) {
+    if (kind < 12) {
         return {moment, "fault." + node,
                 bytes.word("missing unreadable/unwritable read-error write-error")};
     }
     const std::string first = kind == 15 ? bytes.text() : bytes.word(kGarbage, "|");
-    return {moment, "node." + node, first + (kind < 13 ? "" : "/" + bytes.word(kGarbage, "|"))};
+    return {moment, "node." + node, first + (kind < 14 ? "" : "/" + bytes.word(kGarbage, "|"))};
 }
 
 inline Call makeCall(Bytes& bytes) {

@@ -99,6 +99,7 @@ class Subject {
         sim::onSleep([this] {
             reachMoment();
             if (std::this_thread::get_id() == caller_) awaitWorker();
+            require(++sleeps_ < 10000, "a drop does not come to its end");
         });
         // Never taken down: the process ends first.
         fbo_ = new Fbo;
@@ -178,7 +179,8 @@ class Subject {
             const std::string what = line.substr(0, line.find(" \""));
             const bool is_sleep = StartsWith(what, "sleep");
             is_stopped = (is_stopped || what == "stop") && what != "continue";
-            if (is_stopped && (what == "sleep 6" || what == "read is_ufs31")) count("stop", 2);
+            if (is_stopped && (what == "sleep 6" || what == "read is_ufs31"))
+                count("stop, " + what, 1);
             // In a row is what nothing comes between but looks at the same node.
             if (!is_sleep && std::exchange(last, what) != what) counts["sleep"] = 0;
             if (is_sleep) count("sleep", what == "sleep 1" ? 30 : what == "sleep 30" ? 10 : 200);
@@ -315,6 +317,7 @@ class Subject {
     std::string descriptors_;
     int sent_ = 0;
     std::atomic<int> drops_ = 0;
+    std::atomic<int> sleeps_ = 0;
 };
 
 /** Does `action` in a process of its own, and returns what that ends with. */
