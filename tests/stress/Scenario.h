@@ -145,7 +145,7 @@ inline Scenario::Scenario(Bytes bytes)
              bytes.word("0 1 65536") + ",snapshot=" + bytes.word("0 2") + "," + kUsual + wear),
       looks(std::stoi(bytes.word("1 1 2 2 3 3 3 200"))) {
     for (size_t left = 1 + bytes.below(6); left > 0; --left) calls.push_back(makeCall(bytes));
-    for (size_t left = bytes.below(12); left > 0; --left) events.push_back(makeEvent(bytes));
+    for (size_t left = bytes.below(16); left > 0; --left) events.push_back(makeEvent(bytes));
     const size_t special = bytes.below(16);
     if (special < 3) events.push_back({bytes.small(256), "kill", ""});
     for (size_t left = special == 3 ? bytes.small(60) : 0; left > 0; --left) {
