@@ -99,11 +99,17 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:wdc gc", 0, "is requested"}, {"ufs40:wdc,userdata=dm-9 gc", 1, "cannot be"},
             {"ufs40:wdc version-ctrl '>0.9:ON'", 0, "FBO is on"},
             {"ufs40:wdc version-ctrl 1.0:OFF", 1, "FBO is off"},
-            {"ufs40:wdc version-ctrl V", 3, "an error escaped the call"},
+            {"ufs40:wdc version-ctrl V --json", 3, "\"error\" : \"an error escaped the call"},
             {"ufs40:micron snapshot backup", 0, "waiting, inprogress\nThe backup is complete"},
             {"ufs40:wdc,fault.gsort=missing snapshot backup", 1, "no complete"},
             {"ufs40:kioxia,snapshot=2 snapshot drop", 0, "waiting, complete_backup\nThere is no"},
             {"ufs40:wdc,snapshot=2,drop_end=6 snapshot drop", 1, "could not"},
+            {"ufs40:wdc,eua=0 eua erase 1,8", 1, "EUA is not supported here: nothing is erased"},
+            {"ufs40:wdc,snapshot=6 snapshot drop", 1, "The device reports an internal error"},
+            {"ufs40:wdc,snapshot=1 snapshot drop", 1, "A backup is in progress"},
+            {"ufs40:wdc snapshot drop", 0, "There is no backup any more"},
+            {"ufs40:wdc,fault.status=missing snapshot status", 1, "idle (0); but the status cannot"},
+            {"ufs40:wdc,node.status=odd snapshot status", 1, "idle (0); but the driver says \"odd"},
             {"ufs40:wdc,snapshot=5 snapshot status", 0, "drop_by_device (5)"},
             {"ufs40:wdc,snapshot=2 snapshot event", 0, "event: dropped"},
             {"ufs40:wdc,snapshot=2,drop_end=6 snapshot event", 1, "event: the drop failed"},
@@ -123,7 +129,8 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:micron doctor", 0, "fbo_support is readable"},
             {"ufs40:wdc,eua=0 doctor eua --json", 1, "\"wrong\" : \"eua_support is not 1\""},
             {"doctor fbo", 3, "the service can be asked: there is no service"},
-            {"ufs40:wdc,node.fbo_prog_state=odd trigger 1,2", 3, "an error escaped the call: stoi"},
+            {"ufs40:wdc,node.fbo_prog_state=odd trigger 1,2", 3,
+             "a node or property that must hold a number holds none"},
     };
     // clang-format on
     for (const auto& row : kRows) {
@@ -213,6 +220,16 @@ TEST(Fboctl, DoctorNamesExactlyTheBreak) {
             {"ufs40:micron,node.dropfreesize=x", "dropfreesize holds a number: \"x\" is no number"},
             {"ufs40:micron,prop.vendor.snapshot_devicefreeblock=x", "block is a number: \"x\" is"},
             {"ufs40:micron,fault.ctrl=unwritable", "ctrl is writable: Permission denied"},
+            {"ufs40:wdc,prop.vendor.snapshot_control=false", "leaves snapshots on: it says \"false"},
+            {"ufs40:wdc,product=THGJFLT2E46BATPB,prop.vendor.snapshot_control=THGJFLT2E46BATPB",
+             "leaves snapshots on: it names this part, THGJ"},
+            {"ufs40:wdc,node.status=bogus", "is a quiet one: \"bogus\" is no word"},
+            {"ufs40:wdc,snapshot=6", "the snapshot status is a quiet one: it is internal_error"},
+            {"ufs40:wdc,node.is_ufs31=2", "the UFS generation makes sense: is_ufs31 is 2"},
+            {"ufs40:wdc,eua_size=0", "the EUA size is above 0: it is 0"},
+            {"ufs40:wdc,node.fbo_prog_state=1", "prog_state is at rest: state 1, the device is at"},
+            {"ufs31:wdc,node.fbs_defrag_ops=3", "defrag_ops is at rest: state 3, the device is at"},
+            {"ufs31:wdc,node.fbs_flc_ops=255", "flc_ops is at rest: state 255, the last operation"},
     };
     // clang-format on
     for (const auto& row : kRows) {

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -26,6 +28,7 @@
 #include "Controller.h"
 #include "Platform.h"
 #include "Session.h"
+#include "StatusWords.h"
 #include "fbo/defrag/Capability.h"
 #include "fbo/defrag/FboNodes.h"
 #include "fbo/eua/EuaNodes.h"
@@ -41,6 +44,10 @@ namespace {
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 using android::base::unique_fd;
+
+// What is left for a run to show.
+constexpr char kUnseen[] = "the nodes take what is written";
+constexpr char kWhyUnseen[] = "not looked at, as nothing is written here";
 
 /** The result of a check: what was checked, what is wrong, and what to do about it. */
 struct Finding {
@@ -132,6 +139,19 @@ class Doctor {
             "the driver must offer it, and the service be allowed to write it");
     }
 
+    /** Looks at a state of the device, which is at work in the states `busy`. */
+    void atRest(const std::string& path, std::initializer_list<int> busy) {
+        constexpr int kFailed = 255;
+        const std::optional<int> state = number(path);
+        if (!state) return;
+        const bool is_busy = std::find(busy.begin(), busy.end(), *state) != busy.end();
+        add(nameOf(path) + " is at rest",
+            is_busy             ? "state " + std::to_string(*state) + ", the device is at work"
+            : *state == kFailed ? "state 255, the last operation has failed"
+                                : "",
+            "a run clears the device first, which takes up to 5 minutes");
+    }
+
     void numberProperty(const Property& property) {
         add(std::string("property ") + property.name + " is a number",
             checkNumber(property.value()), "unset it, or set a number");
@@ -148,6 +168,8 @@ class Doctor {
     void examinePolicy();
     void examineSnapshot();
     void examineRecord();
+    void examineSwitch();
+    void examineStatus(const std::string& path);
 
     const Session* const session_;
     const std::string no_service_;
@@ -196,6 +218,11 @@ void Doctor::examineFbo() {
             "FBO_isSupport answers false");
     }
     const std::optional<int> ufs31 = number(nodes + node::kIsUfs31);
+    if (ufs31) {
+        add("the UFS generation makes sense",
+            *ufs31 == 0 || *ufs31 == 1 ? "" : "is_ufs31 is " + std::to_string(*ufs31),
+            "anything but 1 is taken for UFS 4.0");
+    }
     number(nodes + node::kMinLbaSize);
     if (const auto ranges = number(nodes + node::kMaxLbaCount)) {
         add("the range limit makes sense",
@@ -209,13 +236,13 @@ void Doctor::examineFbo() {
     }
     if (ufs31 == 1) {
         writable(nodes + node::kFlcEnable);
-        number(nodes + node::kFlcOps);
+        atRest(nodes + node::kFlcOps, {2});
         writable(nodes + node::kDefragEnable);
-        number(nodes + node::kDefragOps);
+        atRest(nodes + node::kDefragOps, {2, 3});
         return;
     }
     writable(nodes + node::kOperationControl);
-    number(nodes + node::kProgState);
+    atRest(nodes + node::kProgState, {1});
     if (number(nodes + node::kLinearMapState) != 1) return;
     readable(nodes + node::kLinearMappingStart);
     readable(nodes + node::kLinearMappingEnd);
@@ -266,7 +293,10 @@ void Doctor::examineEua() {
         add("the driver offers EUA", support == 1 ? "" : "eua_support is not 1",
             "EUA_isSupport answers false");
     }
-    number(nodes + node::kEuaSupportSize);
+    if (const auto size = number(nodes + node::kEuaSupportSize)) {
+        add("the EUA size is above 0", *size > 0 ? "" : "it is " + std::to_string(*size),
+            "a client has nothing to ask for");
+    }
     writable(nodes + node::kEuaUnmap);
     std::string inquiry;
     if (!readable(controller_ + kScsiDirectory + node::kInquiry, &inquiry)) return;
@@ -291,6 +321,7 @@ void Doctor::examineSnapshot() {
     feature_ = "snapshot";
     writable(kDropCachesNode);
     examineRecord();
+    examineSwitch();
     numberProperty(kMaxLimitProperty);
     numberProperty(kMinLimitProperty);
     numberProperty(kDeviceFreeBlockProperty);
@@ -300,11 +331,45 @@ void Doctor::examineSnapshot() {
     if (controller_.empty()) return;
     const std::string nodes = controller_ + kSnapshotDirectory;
     writable(nodes + node::kSnapshotCtrl);
-    readable(nodes + node::kSnapshotStatus);
+    examineStatus(nodes + node::kSnapshotStatus);
     if (hasSlowSnapshot(vendor_)) {
         number(nodes + node::kDropFreeSize);
         writable(nodes + node::kDropFreeSize);
     }
+}
+
+/** The words of the property as the service looks for them, one after the other. */
+void Doctor::examineSwitch() {
+    const std::string control = kSnapshotControlProperty.value();
+    const auto says = [&](const std::string& word) { return control.find(word) != control.npos; };
+    std::string wrong;
+    if (!says("default") && says("false")) {
+        wrong = "it says \"false\"";
+    } else if (!says("default") && !says("true")) {
+        const std::string inquiry = readFile(controller_ + kScsiDirectory + node::kInquiry).text;
+        if (inquiry.size() < 36) {
+            wrong = "the part is not known";
+        } else if (says(inquiry.substr(16, 16))) {
+            wrong = "it names this part, " + inquiry.substr(16, 16);
+        }
+    }
+    add(std::string("property ") + kSnapshotControlProperty.name + " leaves snapshots on", wrong,
+        "SnapShot_startBackup answers false");
+}
+
+void Doctor::examineStatus(const std::string& path) {
+    std::string word;
+    if (!readable(path, &word)) return;
+    word = word.substr(0, word.find_first_of(" \t\n"));
+    const char* const* const known =
+            std::find(std::begin(kStatusWords), std::end(kStatusWords), word);
+    std::string wrong;
+    if (known == std::end(kStatusWords)) {
+        wrong = "\"" + word + "\" is no word that the service knows; it takes it for idle";
+    } else if (word == "inprogress" || word == "internal_error") {
+        wrong = "it is " + word;
+    }
+    add("the snapshot status is a quiet one", wrong, "a backup or a drop may not end well now");
 }
 
 void Doctor::examineRecord() {
@@ -330,6 +395,7 @@ void print(const std::vector<Finding>& findings) {
                finding.what.c_str(), well ? "" : ": ", finding.wrong.c_str());
         if (!well) printf("           -> %s\n", finding.advice.c_str());
     }
+    printf("? %-8s %s: %s\n", "all", kUnseen, kWhyUnseen);
 }
 
 Json::Value describe(const std::vector<Finding>& findings) {
@@ -345,6 +411,12 @@ Json::Value describe(const std::vector<Finding>& findings) {
         }
         list.append(entry);
     }
+    Json::Value unseen;
+    unseen["feature"] = "all";
+    unseen["check"] = kUnseen;
+    unseen["ok"] = Json::Value::null;
+    unseen["wrong"] = kWhyUnseen;
+    list.append(unseen);
     return list;
 }
 

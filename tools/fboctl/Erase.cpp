@@ -49,18 +49,22 @@ ExitStatus euaErase(const Options& options) {
     const Session session(options, [&](char, const std::string& text) {
         if (messageAfter(text, "EUA_SendEraseCmd", "send erase lba ")) meter.begin(++begun, items);
     });
+    // The service sends requests to any device that has the node.
+    const bool supported = ask([&] { return session.service()->EUA_isSupport(); });
     const EraseResult result = sendErase(session, list);
     session.waitForLog();
     meter.finish();
     if (options.json) {
         Json::Value json;
         json["sent"] = result.sent;
+        json["supported"] = supported;
         json["items"] = static_cast<Json::UInt64>(result.items);
         printJson(json);
     } else {
         show(result, items);
+        if (!supported) printf("EUA is not supported here: nothing is erased by that\n");
     }
-    return result.sent ? kDone : kNo;
+    return result.sent && supported ? kDone : kNo;
 }
 
 }  // namespace fboctl

@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -39,6 +40,14 @@ auto ask(Call call) {
         throw CallError("the call failed: " + answer.description());
     } catch (const CallError&) {
         throw;
+    } catch (const std::bad_optional_access&) {
+        throw CallError("an error escaped the call: the phone has no UFS host controller");
+    } catch (const std::invalid_argument&) {
+        throw CallError(
+                "an error escaped the call: a node or property that must hold a number "
+                "holds none; fboctl doctor names it");
+    } catch (const std::out_of_range&) {
+        throw CallError("an error escaped the call: a number beyond 32 bits, or a rule of \"V\"");
     } catch (const std::exception& error) {
         throw CallError(std::string("an error escaped the call: ") + error.what());
     }

@@ -11,20 +11,23 @@
 
 #include <android-base/parseint.h>
 
+#include "Answers.h"
 #include "Commands.h"
 #include "LogLine.h"
 #include "Session.h"
+#include "StatusWords.h"
 
 namespace fboctl {
 
 namespace {
 
-constexpr const char* kWords[] = {
-        "idle",         "inprogress",     "complete_backup", "complete_restore",
-        "drop_by_host", "drop_by_device", "internal_error"};
+// Statuses in which a drop has nothing to do, and which are no rest all the same.
+constexpr int32_t kInProgress = 1;
+constexpr int32_t kInternalError = 6;
 
 const char* wordOf(int status) {
-    return status >= 0 && status < static_cast<int>(std::size(kWords)) ? kWords[status] : "unknown";
+    return status >= 0 && status < static_cast<int>(std::size(kStatusWords)) ? kStatusWords[status]
+                                                                             : "unknown";
 }
 
 /** Shows that a call is waiting for the device: a spinner on a terminal, lines elsewhere. */
@@ -57,13 +60,13 @@ class Spinner {
     unsigned turns_ = 0;
 };
 
-/** Makes a call that answers yes or no, with a spinner while it waits. */
-template <typename Call>
-ExitStatus run(const Options& options, const char* name, const char* yes, const char* no,
-               Call call) {
+/** Makes calls that come to yes or no, with a spinner while they wait; `no` is read afterwards. */
+template <typename Calls>
+ExitStatus run(const Options& options, const char* name, const char* yes, const char* const* no,
+               Calls calls) {
     Spinner spinner;
     const Session session(options, spinner.reader());
-    const bool done = ask([&] { return call(*session.service()); });
+    const bool done = calls(*session.service());
     session.waitForLog();
     spinner.finish();
     if (options.json) {
@@ -71,7 +74,7 @@ ExitStatus run(const Options& options, const char* name, const char* yes, const 
         result[name] = done;
         printJson(result);
     } else {
-        printf("%s\n", done ? yes : no);
+        printf("%s\n", done ? yes : *no);
     }
     return done ? kDone : kNo;
 }
@@ -130,27 +133,48 @@ int parsePid(const std::string& text) {
 }  // namespace
 
 ExitStatus snapshotBackup(const Options& options) {
-    return run(options, "complete", "The backup is complete", "There is no complete backup",
-               [](IFbo& service) { return service.SnapShot_startBackup(); });
+    const char* wrong = "There is no complete backup";
+    return run(options, "complete", "The backup is complete", &wrong, [](IFbo& service) {
+        return bool(ask([&] { return service.SnapShot_startBackup(); }));
+    });
 }
 
 ExitStatus snapshotDrop(const Options& options) {
-    return run(options, "dropped", "There is no backup any more", "The backup could not be dropped",
-               [](IFbo& service) { return service.SnapShot_startDrop(); });
+    const char* wrong = "The backup could not be dropped";
+    return run(options, "dropped", "There is no backup any more", &wrong, [&](IFbo& service) {
+        const bool dropped = ask([&] { return service.SnapShot_startDrop(); });
+        // Without a complete backup the service answers yes, whatever the device is at instead.
+        const int32_t status = ask([&] { return service.SnapShot_getStatus(); });
+        if (dropped && status == kInProgress) wrong = "A backup is in progress";
+        if (dropped && status == kInternalError) wrong = "The device reports an internal error";
+        return dropped && status != kInProgress && status != kInternalError;
+    });
 }
 
 ExitStatus snapshotStatus(const Options& options) {
-    const Session session(options);
+    LogLines log;
+    const Session session(options, log.reader());
     const int32_t status = ask([&] { return session.service()->SnapShot_getStatus(); });
+    session.waitForLog();
+    // Both are answered as idle.
+    std::string wrong;
+    if (!log.find("Open status file failure").empty()) {
+        wrong = "the status cannot be read";
+    } else if (const std::string line = log.find("status is "); !line.empty()) {
+        const std::string word = line.substr(strlen("status is "));
+        if (word != wordOf(status)) wrong = "the driver says \"" + word + "\"";
+    }
     if (options.json) {
         Json::Value result;
         result["status"] = status;
         result["word"] = wordOf(status);
+        if (!wrong.empty()) result["wrong"] = wrong;
         printJson(result);
     } else {
-        printf("%s (%d)\n", wordOf(status), status);
+        printf("%s (%d)%s%s\n", wordOf(status), status, wrong.empty() ? "" : "; but ",
+               wrong.c_str());
     }
-    return kDone;
+    return wrong.empty() ? kDone : kNo;
 }
 
 ExitStatus snapshotWatch(const Options& options) {
@@ -158,12 +182,14 @@ ExitStatus snapshotWatch(const Options& options) {
     sigemptyset(&interrupt);
     sigaddset(&interrupt, SIGINT);
     pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
-    const Session session(options, [](char, const std::string& text) {
-        if (const char* outcome = outcomeOf(text)) printf("drop event: %s\n", outcome);
+    const Session session(options, [&](char, const std::string& text) {
+        if (const char* outcome = outcomeOf(text)) {
+            printf(options.json ? "{\"event\": \"%s\"}\n" : "drop event: %s\n", outcome);
+        }
         fflush(stdout);
     });
     session.platform().keepUp();
-    printf("Watching as process %d; Ctrl-C ends it\n", getpid());
+    printf(options.json ? "{\"pid\": %d}\n" : "Watching as process %d; Ctrl-C ends it\n", getpid());
     fflush(stdout);
     int signal = 0;
     sigwait(&interrupt, &signal);

@@ -84,14 +84,21 @@ ExitStatus carryOut(const Options& options) {
 
 int main(int argc, char** argv) {
     using namespace fboctl;
+    Options options;
     try {
-        return carryOut(parseOptions(argc, argv));
+        options = parseOptions(argc, argv);
+        return carryOut(options);
     } catch (const std::invalid_argument& error) {
         if (*error.what() != '\0') fprintf(stderr, "fboctl: %s\n", error.what());
         fprintf(stderr, "fboctl: see fboctl --help\n");
         return kWrongUsage;
     } catch (const std::exception& error) {
         fprintf(stderr, "fboctl: %s\n", error.what());
+        if (options.json) {
+            Json::Value result;
+            result["error"] = error.what();
+            printJson(result);
+        }
         return kNoAnswer;
     }
 }
