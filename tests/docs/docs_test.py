@@ -21,12 +21,12 @@ CALL = re.compile(
 FUNCTION = re.compile(r"^[A-Za-z][^\n;={]*?(\w+)\(", re.MULTILINE)
 
 
-def rows(document):
-    """The rows of all tables of a document that have four cells."""
+def rows(document, cells):
+    """The rows of all tables of a document that have so many cells."""
     for line in (ROOT / "docs" / document).read_text().splitlines():
-        cells = [cell.strip() for cell in line.split("|")]
-        if len(cells) == 6:
-            yield cells[1:5]
+        row = [cell.strip() for cell in line.split("|")[1:-1]]
+        if len(row) == cells:
+            yield row
 
 
 def codes(cell):
@@ -35,7 +35,7 @@ def codes(cell):
 
 
 def documented_nodes(generation):
-    for node, mode, devices, _ in rows("nodes.md"):
+    for node, mode, devices, *_ in rows("nodes.md", 5):
         if re.fullmatch("0[0-7]{3}|link|directory", mode):
             assert devices in ("both", "4.0", "3.1"), f"{node} is for {devices}"
             if devices in ("both", generation):
@@ -52,7 +52,7 @@ def served_nodes(command, device):
 
 
 def documented_lines():
-    for functions, priority, line, meaning in rows("integration.md"):
+    for functions, priority, line, meaning in rows("integration.md", 4):
         if priority in ("D", "I", "E"):
             assert len(codes(line)) == 1 and meaning, f"not one line and its meaning: {line}"
             yield from (f"{function} {priority} {codes(line)[0]}" for function in codes(functions))
