@@ -57,6 +57,7 @@ struct Held : Fbo {
         return version == "ON";
     }
     Return<int32_t> SnapShot_getStatus() override { return -6; }
+    Return<void> EUA_GetFreeSpaceAPECycle(EUA_GetFreeSpaceAPECycle_cb) override { return {}; }
     Return<bool> EUA_SendEraseCmd(const hidl_string&) override {
         tell.send("e");
         go.receive(1);
@@ -194,6 +195,10 @@ TEST_F(HidlProcess, AnErrorThatEscapesEndsTheServiceAndItsClientsAreTold) {
     start(4);
     EXPECT_EQ(echo(*IFbo::getService(), "x"), "x");
     EXPECT_TRUE(service->ping().isDeadObject());
+    // A method that answers with a text and does not is such an error, too.
+    const auto take = [](const hidl_string&) {};
+    EXPECT_TRUE(IFbo::getService()->EUA_GetFreeSpaceAPECycle(take).isDeadObject());
+    EXPECT_EQ(WTERMSIG(await()), SIGABRT);
     EXPECT_FALSE(service->getHashChain([](const auto&) {}).isOk());
     pollfd unheard{gone->heard.ends[0], POLLIN, 0};
     EXPECT_EQ(poll(&unheard, 1, 0), 0);
@@ -270,7 +275,7 @@ TEST_F(HidlProcess, WhoSendsNonsenseOrStallsDisturbsNobody) {
          {""s, "x"s, std::string(100, 'x'), magic, magic + zeros,
           // Methods that there are not; a text beyond the buffer; one that never comes.
           magic + "\xff\xff\xff\xff"s + std::string(16, '\0'),
-          magic + "\1\0\0\0"s + std::string(8, '\0') + "\xff\xff\xff\xff\0\0\0\0"s,
+          magic + "\1\0\0\0"s + std::string(8, '\0') + std::string(8, '\xff'),
           magic + "\1\0\0\0"s + std::string(8, '\0') + "\xff\0\0\0\0\0\0\0"s}) {
         for (const bool stalls : {true, false}) {
             const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -280,11 +285,17 @@ TEST_F(HidlProcess, WhoSendsNonsenseOrStallsDisturbsNobody) {
         }
         EXPECT_EQ(echo(*service, "still"), "still") << bytes;
     }
-    // Many more than the service takes at once.
+    // Many more than the service takes at once, which needs descriptors of its own.
     for (int i = 0; i < 300; ++i) {
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (connect(fd, address(), sizeof(sockaddr_un)) == 0) stalled.push_back(fd);
     }
+    size_t turned_away = 0;
+    for (const int fd : stalled) {
+        pollfd end{fd, POLLRDHUP, 0};
+        if (poll(&end, 1, turned_away == 0 ? 10'000 / 300 : 0) == 1) ++turned_away;
+    }
+    EXPECT_GE(turned_away, 44u);
     for (const int fd : stalled) close(fd);
     std::string answer;
     while (answer != "there") answer = echo(*service, "there");
