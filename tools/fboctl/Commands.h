@@ -4,6 +4,9 @@
 
 namespace fboctl {
 
+// Exercise.cpp
+ExitStatus exercise(const Options& options);
+
 // Options.cpp
 ExitStatus completion(const Options& options);
 ExitStatus manual(const Options& options);
@@ -86,6 +89,11 @@ constexpr Command kCommands[] = {
          "Check, step by step and without changing anything, that all is there\n"
          "that the service needs; for fbo, eua or snapshot alone, or for all.",
          doctor},
+        {"exercise", "FEATURE [FILE]",
+         "Drive the driver's nodes as the service would, for whoever brings them up, and\n"
+         "hold each answer against what the service needs: fbo and eua on the blocks of\n"
+         "FILE, or snapshot. No run may be under way.",
+         exercise},
         {"run", "COMMAND…",
          "With --sim: run a command of this host beside a service on the simulated\n"
          "device. It finds the service as on a phone, and so does fboctl without --sim.\n"

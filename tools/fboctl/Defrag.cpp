@@ -18,7 +18,6 @@
 #include "Commands.h"
 #include "Controller.h"
 #include "Extents.h"
-#include "FirstBlock.h"
 #include "Progress.h"
 #include "Session.h"
 #include "TriggerRun.h"
@@ -242,30 +241,15 @@ class ZoneLimit {
     const size_t limit_;
 };
 
-/** The files that the user picks, before the simulated device hides them. */
-std::vector<FileExtents> findFiles(const Options& options) {
-    const bool is_simulated = !options.sim.device.empty();
-    std::map<dev_t, std::optional<uint64_t>> known;
-    const auto first_block = [&](dev_t device) {
-        if (options.first_block) return options.first_block;
-        auto [found, is_new] = known.try_emplace(device);
-        if (is_new) found->second = firstBlockOf(device);
-        // A simulated unit holds nothing but the file system.
-        if (!found->second && is_simulated) found->second = 0;
-        return found->second;
-    };
-    std::vector<FileExtents> files =
-            collectExtents({options.arguments.begin(), options.arguments.end()}, first_block);
-    keep(files, [&](const FileExtents& file) {
-        return file.ranges.size() >= options.min_extents && file.size >= options.min_size;
-    });
-    return files;
-}
-
 }  // namespace
 
 ExitStatus defrag(const Options& options) {
-    std::vector<FileExtents> files = findFiles(options);
+    // Before the session: a simulated device hides the files of the host.
+    std::vector<FileExtents> files =
+            collectExtents({options.arguments.begin(), options.arguments.end()}, options);
+    keep(files, [&](const FileExtents& file) {
+        return file.ranges.size() >= options.min_extents && file.size >= options.min_size;
+    });
     blockInterrupts();
     Progress progress(!options.json);
     std::unique_ptr<Session> session;

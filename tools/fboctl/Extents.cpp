@@ -9,16 +9,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include <android-base/unique_fd.h>
+
+#include "FirstBlock.h"
 
 namespace fboctl {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+/** Tells at which block of the unit a file system begins, by its device; nothing: not known. */
+using FirstBlock = std::function<std::optional<uint64_t>(dev_t device)>;
 
 constexpr uint64_t kBlockSize = 4096;
 constexpr uint32_t kExtentsAtOnce = 256;
@@ -127,7 +135,15 @@ void addDirectory(const fs::path& directory, const FirstBlock& first_block,
 }  // namespace
 
 std::vector<FileExtents> collectExtents(const std::vector<fs::path>& paths,
-                                        const FirstBlock& first_block) {
+                                        const Options& options) {
+    std::map<dev_t, std::optional<uint64_t>> known;
+    const FirstBlock first_block = [&](dev_t device) {
+        if (options.first_block) return options.first_block;
+        auto [found, is_new] = known.try_emplace(device);
+        if (is_new) found->second = firstBlockOf(device);
+        if (!found->second && !options.sim.device.empty()) found->second = 0;
+        return found->second;
+    };
     std::vector<FileExtents> files;
     for (const fs::path& path : paths) {
         std::error_code error;

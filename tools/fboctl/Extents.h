@@ -1,13 +1,11 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
+
+#include "Options.h"
 
 namespace fboctl {
 
@@ -28,15 +26,13 @@ struct FileExtents {
     std::string error;
 };
 
-/** Tells at which block of the unit a file system begins, by its device; nothing: not known. */
-using FirstBlock = std::function<std::optional<uint64_t>(dev_t device)>;
-
 /**
  * Finds where the files at `paths` lie, and the files below the directories among them, by FIEMAP.
- * What cannot be looked at is in the result with the reason.
+ * What cannot be looked at is in the result with the reason. Where a file system begins on the unit
+ * the user has said, or it is found out; a simulated unit holds nothing but the file system.
  */
 std::vector<FileExtents> collectExtents(const std::vector<std::filesystem::path>& paths,
-                                        const FirstBlock& first_block);
+                                        const Options& options);
 
 /** The ranges of all files in the order of the unit; what overlaps or touches is one range. */
 std::vector<BlockRange> joinRanges(const std::vector<FileExtents>& files);

@@ -74,7 +74,7 @@ uint64_t parseSize(const char* option, const std::string& text) {
 
 /** All options, in the order of the help. Add a row; nothing else names them. */
 constexpr OptionRow kOptions[] = {
-        {"first-block", "N", "defrag",
+        {"first-block", "N", "defrag exercise",
          "The block of the unit, in 4 KiB, at which the file system begins; without it, it\n"
          "is found out through device-mapper and partitions",
          [](Options& options, const std::string& value) {
@@ -94,6 +94,9 @@ constexpr OptionRow kOptions[] = {
          }},
         {"dry-run", nullptr, "defrag", "Show files, ranges and zones, and leave it at that",
          [](Options& options, const std::string&) { options.dry_run = true; }},
+        {"yes", nullptr, "exercise",
+         "Do what cannot be taken back: erase, take and drop a snapshot",
+         [](Options& options, const std::string&) { options.yes = true; }},
         {"raw", nullptr, "trigger",
          "Send the text as it stands; otherwise it is checked, and the comma that the\n"
          "service wants after the last number is added where it is missing",

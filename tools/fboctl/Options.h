@@ -38,6 +38,7 @@ struct Options {
     /** The most zones that a run may take; nothing: as many as there are. */
     std::optional<size_t> limit;
     bool dry_run = false;
+    bool yes = false;
     bool raw = false;
     bool log = false;
     bool json = false;

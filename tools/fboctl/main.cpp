@@ -5,9 +5,10 @@
 #include <iterator>
 #include <numeric>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
+
+#include <android-base/strings.h>
 
 #include "Commands.h"
 #include "Options.h"
@@ -49,10 +50,13 @@ const Command& findCommand(const Options& options) {
 
 /** Throws UsageError unless the command takes as many arguments as `count`. */
 void checkArguments(const Command& command, size_t count) {
-    const std::string_view arguments = command.arguments;
-    const size_t named = arguments.empty() ? 0 : 1;
-    const size_t least = arguments.substr(0, 1) == "[" ? 0 : named;
-    const size_t most = arguments.find("…") == std::string_view::npos ? named : SIZE_MAX;
+    size_t least = 0;
+    size_t most = 0;
+    for (const std::string& word : android::base::Split(command.arguments, " ")) {
+        if (word.empty()) continue;
+        if (word[0] != '[') ++least;
+        most = android::base::EndsWith(word, "…") ? SIZE_MAX : most + 1;
+    }
     if (count < least) {
         throw UsageError(std::string(command.name) + ": " + command.arguments +
                          " is missing after it");

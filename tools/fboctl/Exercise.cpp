@@ -1,0 +1,335 @@
+/*
+ * Drives the driver's nodes as the service would, and holds each answer against what the service
+ * needs. For whoever brings up a driver.
+ */
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <android-base/file.h>
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
+#include <json/json.h>
+
+#include "Commands.h"
+#include "Controller.h"
+#include "Extents.h"
+#include "Session.h"
+#include "fbo/defrag/FboNodes.h"
+#include "fbo/defrag/Report.h"
+#include "fbo/eua/EuaNodes.h"
+#include "fbo/snapshot/SnapshotNodes.h"
+
+namespace fboctl {
+
+namespace {
+
+using namespace vendor::nivora::hardware::fbo::implementation;
+
+/** One of the device's operations: its control node, and what its state node shows. */
+struct Operation {
+    const char *name, *control, *command, *state;
+    /** While it goes on, right after the start; any of these. */
+    std::vector<int> going_on;
+    int done;
+};
+
+const Operation kUfs40[] = {
+        {"analysis", node::kOperationControl, "1", node::kProgState, {1}, 2},
+        {"optimisation", node::kOperationControl, "2", node::kProgState, {1}, 3},
+};
+const Operation kUfs31[] = {
+        {"analysis", node::kFlcEnable, "1", node::kFlcOps, {2}, 3},
+        {"defragmentation", node::kDefragEnable, "1", node::kDefragOps, {2, 3}, 0},
+};
+
+/** The user has hit Ctrl-C. */
+struct Interrupted {};
+
+/** What was done to a node, what it showed, and what it should have. */
+struct Step {
+    std::string what, written, seen, wanted;
+    long seconds = 0;
+    bool ok = false;
+};
+
+/** Makes the steps, and shows each when it is done. */
+class Exercise {
+  public:
+    Exercise(std::string directory, bool json) : directory_(std::move(directory)), json_(json) {}
+
+    bool ok() const {
+        return std::all_of(steps_.begin(), steps_.end(), [](auto& step) { return step.ok; });
+    }
+    const std::vector<Step>& steps() const { return steps_; }
+
+    /** Writes `text` by one write(2); returns what the driver says to it: "taken", or why not. */
+    std::string write(const std::string& node, const std::string& text) {
+        const android::base::unique_fd fd(
+                open((directory_ + node).c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+        if (!fd.ok()) return strerror(errno);
+        const ssize_t size = ::write(fd.get(), text.data(), text.size());
+        if (size < 0) return strerror(errno);
+        return size == static_cast<ssize_t>(text.size()) ? "taken" : "taken in part";
+    }
+
+    std::string read(const std::string& node) {
+        std::string text;
+        if (!android::base::ReadFileToString(directory_ + node, &text)) return strerror(errno);
+        return android::base::Trim(text);
+    }
+
+    /** A store that the driver must take. */
+    bool take(const std::string& what, const std::string& node, const std::string& text) {
+        return add(what, node, text, write(node, text), "taken");
+    }
+
+    /** A store that the driver must refuse: whoever wrote it would go on as if it were done. */
+    void refuse(const std::string& what, const std::string& node, const std::string& text) {
+        const std::string seen = write(node, text);
+        add(what, node, text, seen, seen == "taken" || seen == "taken in part" ? "refused" : seen);
+    }
+
+    /** Writes `text`, and looks at once whether `state` shows one of `wanted`. */
+    bool see(const std::string& what, const std::string& node, const std::string& text,
+             const std::string& state, const std::vector<std::string>& wanted) {
+        const std::string written = write(node, text);
+        const std::string seen = written == "taken" ? read(state) : written;
+        const bool fits = std::find(wanted.begin(), wanted.end(), seen) != wanted.end();
+        return add(what, node, text, seen, fits ? seen : android::base::Join(wanted, " or "));
+    }
+
+    /** Looks at `state` every so many seconds, `looks` times at most, until it shows `wanted`. */
+    bool await(const std::string& what, const std::string& state,
+               const std::vector<std::string>& wanted, unsigned interval, int looks) {
+        const time_t start = time(nullptr);
+        std::string seen = read(state);
+        const auto fits = [&] {
+            return std::find(wanted.begin(), wanted.end(), seen) != wanted.end();
+        };
+        while (!fits() && looks-- > 0) {
+            checkInterrupted();
+            sleep(interval);
+            seen = read(state);
+        }
+        return add(what, state, "", seen, fits() ? seen : android::base::Join(wanted, " or "),
+                   static_cast<long>(time(nullptr) - start));
+    }
+
+    bool add(const std::string& what, const std::string& node, const std::string& text,
+             const std::string& seen, const std::string& wanted, long seconds = 0) {
+        const std::string written =
+                node +
+                (text.empty()
+                         ? ""
+                         : " \"" + android::base::StringReplace(text, "\n", "\\n", true) + "\"");
+        steps_.push_back({what, written.substr(0, 60), seen, wanted, seconds, seen == wanted});
+        const Step& step = steps_.back();
+        if (!json_) {
+            printf("%s %-34s %-40s %s%s%s", step.ok ? "\u2713" : "\u2717", what.c_str(),
+                   step.written.c_str(), seen.c_str(),
+                   step.ok ? "" : ", wanted: ", step.ok ? "" : wanted.c_str());
+            printf(seconds > 0 ? " (%ld s)\n" : "\n", seconds);
+            fflush(stdout);
+        }
+        return step.ok;
+    }
+
+    static void checkInterrupted() {
+        sigset_t pending;
+        sigpending(&pending);
+        if (sigismember(&pending, SIGINT) == 1) throw Interrupted();
+    }
+
+  private:
+    const std::string directory_;
+    const bool json_;
+    std::vector<Step> steps_;
+};
+
+/** Brings an operation to idle, as the service does: it may take its time. */
+bool clear(Exercise& exercise, const Operation& operation, const std::string& from) {
+    const std::string what = std::string("clear ") + from;
+    if (exercise.read(operation.state) == "0") return true;
+    if (!exercise.take(what, operation.control, "0\n")) return false;
+    return exercise.await("idle " + from, operation.state, {"0"}, 30, 10);
+}
+
+bool clearAll(Exercise& exercise, const Operation (&operations)[2], const std::string& from) {
+    return clear(exercise, operations[0], from) && clear(exercise, operations[1], from);
+}
+
+/** Starts an operation and waits for its end. */
+bool carryOut(Exercise& exercise, const Operation& operation) {
+    std::vector<std::string> at_once = {std::to_string(operation.done)};
+    for (const int state : operation.going_on) at_once.push_back(std::to_string(state));
+    const std::string name = operation.name;
+    return exercise.see(name + " starts", operation.control, std::string(operation.command) + "\n",
+                        operation.state, at_once) &&
+           exercise.await(name + " ends", operation.state, {std::to_string(operation.done)}, 6,
+                          200);
+}
+
+void exerciseFbo(Exercise& exercise, const std::string& ranges) {
+    const bool is31 = exercise.read(node::kIsUfs31) == "1";
+    const auto& operations = is31 ? kUfs31 : kUfs40;
+    const std::string list = ranges + "\n";
+    try {
+        for (const char* name : {node::kDebug, node::kWholefileEnable}) {
+            exercise.take("switch", name, "1");
+        }
+        exercise.take("switch", node::kExeLevel, "0");
+        if (!clearAll(exercise, operations, "at first")) return;
+        exercise.refuse("a list without its end is refused", node::kSendLrList, ranges);
+        exercise.refuse("a list of no numbers is refused", node::kSendLrList, "x,y\n");
+        exercise.refuse("no start without a list", operations[0].control,
+                        std::string(operations[0].command) + "\n");
+        clearAll(exercise, operations, "after refusals");
+        for (const char* pass : {"first", "second"}) {
+            exercise.take(std::string("list of the ") + pass + " pass", node::kSendLrList, list);
+            if (is31 && !exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10)) return;
+            if (!carryOut(exercise, operations[0])) return;
+            const std::string report = exercise.read(node::kFragLevel) + "\n";
+            const bool has_level =
+                    report.size() >= kReportLength && levelOf(report) >= 0 && levelOf(report) <= 10;
+            exercise.add("the report has a level", node::kFragLevel, "",
+                         has_level ? "level " + std::to_string(levelOf(report)) : report,
+                         has_level ? "level " + std::to_string(levelOf(report))
+                                   : "29 characters or more, the 11th 0 to 9 or a");
+            if (pass[0] == 's') break;
+            if (!carryOut(exercise, operations[1])) return;
+            if (!clearAll(exercise, operations, "after success")) return;
+        }
+        clearAll(exercise, operations, "after an analysis");
+        exercise.take("list before a stop", node::kSendLrList, list);
+        if (is31) exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10);
+        exercise.take("start before a stop", operations[0].control,
+                      std::string(operations[0].command) + "\n");
+        clearAll(exercise, operations, "in the middle");
+        exercise.refuse("no start after a clear", operations[0].control,
+                        std::string(operations[0].command) + "\n");
+        exercise.take("failures are counted", node::kErrorCount, "1\n");
+        exercise.take("retries are counted", node::kRetryCount, "1\n");
+    } catch (const Interrupted&) {
+        clearAll(exercise, operations, "after Ctrl-C");
+        throw;
+    }
+    clearAll(exercise, operations, "in the end");
+}
+
+void exerciseEua(Exercise& exercise, const std::string& ranges) {
+    exercise.add("EUA is offered", node::kEuaSupport, "", exercise.read(node::kEuaSupport), "1");
+    int size = 0;
+    const std::string text = exercise.read(node::kEuaSupportSize);
+    const bool has_size = android::base::ParseInt(text, &size, 1);
+    exercise.add("the size is above 0", node::kEuaSupportSize, "", text,
+                 has_size ? text : "1 or more");
+    exercise.refuse("an item of no numbers is refused", node::kEuaUnmap, "x\n");
+    exercise.take("an item is taken", node::kEuaUnmap, ranges + "\n");
+}
+
+void exerciseSnapshot(Exercise& exercise) {
+    exercise.refuse("an unknown word is refused", node::kSnapshotCtrl, "nonsense\n");
+    try {
+        if (!exercise.take("start", node::kSnapshotCtrl, "start\n")) return;
+        exercise.await("the backup is complete", node::kSnapshotStatus, {"complete_backup"}, 1, 30);
+    } catch (const Interrupted&) {
+        exercise.take("stop after Ctrl-C", node::kSnapshotCtrl, "stop\n");
+        throw;
+    }
+    exercise.take("stop", node::kSnapshotCtrl, "stop\n");
+    exercise.await("the backup is dropped", node::kSnapshotStatus, {"idle", "drop_by_host"}, 1, 30);
+}
+
+Json::Value describe(const std::vector<Step>& steps) {
+    Json::Value list(Json::arrayValue);
+    for (const Step& step : steps) {
+        Json::Value entry;
+        entry["step"] = step.what;
+        entry["node"] = step.written;
+        entry["seen"] = step.seen;
+        entry["wanted"] = step.wanted;
+        entry["seconds"] = Json::Int64{step.seconds};
+        entry["ok"] = step.ok;
+        list.append(entry);
+    }
+    return list;
+}
+
+/** The file's ranges as one list that fits a store and the device. */
+std::string listOf(const std::vector<BlockRange>& ranges, size_t limit) {
+    constexpr size_t kStore = 4095;
+    std::string list;
+    for (size_t i = 0; i < ranges.size() && (limit == 0 || i < limit); ++i) {
+        const std::string range =
+                std::to_string(ranges[i].start) + "," + std::to_string(ranges[i].count);
+        if (list.size() + 1 + range.size() > kStore) break;
+        list += (list.empty() ? "" : ",") + range;
+    }
+    return list;
+}
+
+}  // namespace
+
+ExitStatus exercise(const Options& options) {
+    const std::string feature = options.arguments[0];
+    const bool is_fbo = feature == "fbo";
+    if (!is_fbo && feature != "eua" && feature != "snapshot") {
+        throw UsageError("exercise takes fbo, eua or snapshot, not \"" + feature + "\"");
+    }
+    if (feature != "snapshot" && options.arguments.size() < 2) {
+        throw UsageError("exercise " + feature + ": FILE is missing after it");
+    }
+    if (!is_fbo && !options.yes) {
+        throw UsageError(feature == "eua"
+                                 ? "exercise eua erases the blocks of FILE for good; --yes says so"
+                                 : "exercise snapshot takes a snapshot and drops it, and the one "
+                                   "that may be there; --yes says so");
+    }
+    std::vector<FileExtents> files;
+    if (feature != "snapshot") files = collectExtents({options.arguments[1]}, options);
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+    const std::unique_ptr<Platform> platform = startPlatform(options.sim, {});
+    if (const char* why = platform->whyNoNodes()) throw UsageError(why);
+    const Controller controller = findController();
+    if (controller.directory.empty())
+        throw std::runtime_error("no controller: " + controller.wrong);
+    const std::string list = listOf(joinRanges(files), readZoneLimit().value_or(1));
+    if (feature != "snapshot" && list.empty()) {
+        throw UsageError(files[0].path.string() + ": " +
+                         (files[0].error.empty() ? "it has no blocks" : files[0].error));
+    }
+    const char* const directory = is_fbo             ? kFboDirectory
+                                  : feature == "eua" ? kEuaDirectory
+                                                     : kSnapshotDirectory;
+    Exercise exercise(controller.directory + directory, options.json);
+    bool interrupted = false;
+    try {
+        if (is_fbo) exerciseFbo(exercise, list);
+        if (feature == "eua") exerciseEua(exercise, list);
+        if (feature == "snapshot") exerciseSnapshot(exercise);
+    } catch (const Interrupted&) {
+        interrupted = true;
+        fprintf(stderr, "fboctl: interrupted; the device has been brought to rest\n");
+    }
+    if (options.json) printJson(describe(exercise.steps()));
+    return exercise.ok() && !interrupted ? kDone : kNo;
+}
+
+}  // namespace fboctl
