@@ -158,7 +158,8 @@ TEST(Fboctl, DefragmentsFiles) {
             run("rm -rf fboctl_files && mkdir -p fboctl_files/sub && cd fboctl_files && "
                 "head -c 28672 /dev/urandom > holes; sync holes; "
                 "for i in 1 3 5; do fallocate -p -o $((i * 4096)) -l 4096 holes; done; "
-                "head -c 9000 /dev/urandom > sub/plain; touch empty; ln -s plain sub/link");
+                "head -c 9000 /dev/urandom > sub/plain; touch empty; ln -s plain sub/link; "
+                "touch \"$(printf 'x\\033\\377')\"");
     ASSERT_EQ(made.status, 0) << made.output;
     const std::string command = FBOCTL
             " --sim ufs40:samsung --sim-state fboctl_files.state --first-block 1000000000000"
@@ -168,12 +169,16 @@ TEST(Fboctl, DefragmentsFiles) {
     std::istringstream(outcome.output) >> result;
     const Json::Value& files = result["files"];
     std::string names;
-    for (const auto& f : files) names += f["path"].asString() + " " + f["error"].asString() + "\n";
+    for (const auto& f : files) {
+        names += f["path"].asString() + " " + f["error"].asString() + f["path_bytes"].asString() +
+                 "\n";
+    }
     // Not everywhere can a file system tell where files lie.
     if (files[1].isMember("error")) GTEST_SKIP() << names;
     EXPECT_EQ(names,
-              "fboctl_files/empty \nfboctl_files/holes \nfboctl_files/sub/plain \n/dev/null not a "
-              "regular file\nnowhere No such file or directory\n");
+              "fboctl_files/empty \nfboctl_files/holes \nfboctl_files/sub/plain \n"
+              "fboctl_files/x\\x1b\\xff 66626f63746c5f66696c65732f781bff\n"
+              "/dev/null not a regular file\nnowhere No such file or directory\n");
     EXPECT_EQ(outcome.status, 0);
     uint64_t blocks = 0;
     for (const Json::Value& range : files[2]["ranges"]) {
@@ -274,6 +279,20 @@ TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
                 stuck ? "" : "Stopped after 1 zone; the figures are partial.\n1 of 1 zones not ",
                 outcome.output);
     }
+}
+
+TEST(Fboctl, KeepsItsProgressInTheWidthOfTheTerminal) {
+    const std::string text =
+            run("script -qec 'stty cols 50; " FBOCTL
+                " --sim ufs40:wdc,ranges=1 trigger 1,2,9,2' /dev/null | tr '\\r' '\\n'")
+                    .output;
+    EXPECT_PRED_FORMAT2(IsSubstring, "] zone 2 of 2  0:00:0", text);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 49u) << line;
+    // Elsewhere it says little, and nothing beside JSON.
+    const std::string many = FBOCTL " --sim ufs40:wdc,ranges=1 trigger 1,2,3,2,5,2,7,2";
+    EXPECT_PRED_FORMAT2(IsSubstring, "zone 1 of 4\nzone 4 of 4\nFrag", run(many).output);
+    EXPECT_EQ(run(many + " --json").output.find("zone 1"), std::string::npos);
 }
 
 TEST(Fboctl, ServesOtherProgramsUntilItEnds) {

@@ -26,14 +26,36 @@ namespace fboctl {
 
 namespace {
 
-/** A file's name as a terminal can show it: without control characters. */
+/** Whether the name is one that JSON, or a terminal, can have. */
+bool isUtf8(const std::string& name) {
+    size_t to_come = 0;
+    for (const unsigned char c : name) {
+        if ((c & 0xc0) == 0x80) {
+            if (to_come-- == 0) return false;
+        } else if (to_come > 0) {
+            return false;
+        } else {
+            to_come = c < 0x80               ? 0
+                      : c < 0xc2 || c > 0xf4 ? SIZE_MAX
+                      : c < 0xe0             ? 1
+                      : c < 0xf0             ? 2
+                                             : 3;
+        }
+        if (to_come == SIZE_MAX) return false;
+    }
+    return to_come == 0;
+}
+
+/** A name without control characters and, if it is no UTF-8, without what is no ASCII. */
 std::string shown(const std::string& name) {
+    const bool is_text = isUtf8(name);
     std::string text;
     for (const char c : name) {
-        if (iscntrl(static_cast<unsigned char>(c)) == 0) {
-            text += c;
+        const auto byte = static_cast<unsigned char>(c);
+        if (iscntrl(byte) != 0 || (byte >= 0x80 && !is_text)) {
+            android::base::StringAppendF(&text, "\\x%02x", byte);
         } else {
-            android::base::StringAppendF(&text, "\\x%02x", static_cast<unsigned char>(c));
+            text += c;
         }
     }
     return text;
@@ -54,26 +76,6 @@ void printTable(const std::vector<FileExtents>& files) {
                static_cast<unsigned long long>(blocks), first.c_str(), shown(file.path).c_str());
     }
     fflush(stdout);
-}
-
-/** Whether JSON can have the name as it is: only UTF-8 has a form there. */
-bool isUtf8(const std::string& name) {
-    size_t to_come = 0;
-    for (const unsigned char c : name) {
-        if ((c & 0xc0) == 0x80) {
-            if (to_come-- == 0) return false;
-        } else if (to_come > 0) {
-            return false;
-        } else {
-            to_come = c < 0x80               ? 0
-                      : c < 0xc2 || c > 0xf4 ? SIZE_MAX
-                      : c < 0xe0             ? 1
-                      : c < 0xf0             ? 2
-                                             : 3;
-        }
-        if (to_come == SIZE_MAX) return false;
-    }
-    return to_come == 0;
 }
 
 Json::Value describe(const std::vector<FileExtents>& files) {
