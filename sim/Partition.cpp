@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -37,7 +38,10 @@ ssize_t Partition::read(char* bytes, size_t count, off_t offset) const {
 }
 
 ssize_t Partition::write(const char* bytes, size_t count, off_t offset) {
-    return orErrno(pwrite(fd_.get(), bytes, count, offset));
+    const off_t size = lseek(fd_.get(), 0, SEEK_END);
+    if (offset >= size) return -ENOSPC;
+    const size_t room = static_cast<size_t>(size - std::max<off_t>(offset, 0));
+    return orErrno(pwrite(fd_.get(), bytes, std::min(count, room), offset));
 }
 
 int Partition::resize(off_t size) {

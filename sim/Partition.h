@@ -17,7 +17,8 @@ class Partition {
   public:
     Partition();
 
-    // As pread(2), pwrite(2) and ftruncate(2), with a negative errno for a failure.
+    // As pread(2), pwrite(2) and ftruncate(2), with a negative errno for a failure. As on any
+    // partition, what is written ends at the partition's end.
     ssize_t read(char* bytes, size_t count, off_t offset) const;
     ssize_t write(const char* bytes, size_t count, off_t offset);
     int resize(off_t size);

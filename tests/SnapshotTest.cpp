@@ -60,8 +60,10 @@ TEST_F(Phone, RecordsTheBootLunOfASnapshotRecordOnly) {
     // A short read goes unnoticed: what was not read is written as zero.
     writeRecord("12345678abcdefgh");
     set("gsort_size", "9437200");
-    expect({{"", "setBootlunInfo", "107", kAny}});
+    expect({{"", "setBootlunInfo", "107", kAny, "", "magic_str", "gsort_size=16777216"}});
     EXPECT_EQ(readPartition(kRecord, 107), "12345678abcdefgh" + std::string(91, '\0'));
+    // So does a short write.
+    expect({{"gsort_size=9437200", "setBootlunInfo", "16", kAny, "setBootlunInfo success"}});
 }
 
 TEST_F(Phone, TellsWhyThePartitionFails) {
@@ -173,7 +175,10 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
          "snapshotStatus is 6, tryCount is 2"},
         {"ufs40:samsung,prop.vendor.snapshot_control=false", kBackup, "false", "", "cloud disable"},
         {"ufs40:samsung,fault.drop_caches=missing", kBackup, "false", "", "!magic"},
-        {"ufs40:samsung,gsort_size=9437184", kBackup, "true", kStart + " +10"},
+        {"ufs40:samsung,gsort_size=9437184", kBackup, "true", kStart + " +10", "", "magic_str",
+         "gsort_size=16777216"},
+        {"ufs40:samsung,gsort_size=9437184", kBackup, "false", kRecorded + "!",
+         "write_to_partition fail"},
         {"ufs40:samsung,fault.ctrl=missing", kBackup, "false", kRecorded, "Open ctrl file failure"},
         {"ufs40:micron,node.dropfreesize=-", kBackup, "invalid_argument", kRecorded},
         // The free blocks wrap at 32 bits.
