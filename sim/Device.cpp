@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <stdexcept>
 #include <utility>
 
 #include <android-base/parseint.h>
@@ -94,7 +95,11 @@ int Operation::state(int idle, int ongoing) const {
 }
 
 Device::Device(const Profile& profile, bool mtk, Tree& tree)
-    : profile_(profile), product_(profile.product), revision_(profile.revision), tree_(tree) {
+    : profile_(profile),
+      product_(profile.product),
+      revision_(profile.revision),
+      tree_(tree),
+      settings_(profile) {
     const std::string driver = mtk ? kMtkDriver : kQcomDriver;
     const std::string controller = mtk ? "112b0000.ufshci" : "1d84000.ufshc";
     const std::string device = "/sys/devices/platform/soc/" + controller;
@@ -145,6 +150,19 @@ void Device::addPhone() {
         space.f_bavail = space.f_bfree - space.f_bfree / 20;
         return space;
     });
+}
+
+void Device::setProduct(std::string product) {
+    if (product.size() > kProductLength)
+        throw std::invalid_argument("it has 16 characters at most");
+    product_ = std::move(product);
+}
+
+void Device::setRevision(std::string revision) {
+    if (revision.size() > kRevisionLength) {
+        throw std::invalid_argument("it has 4 characters at most");
+    }
+    revision_ = std::move(revision);
 }
 
 void Device::linkUserdata(std::string target) {

@@ -58,9 +58,10 @@ class Device {
     /** Applies the setting `key`, if it is one that takes effect when it is set. */
     void applySettings(std::string_view key);
 
-    // Part number and revision in the INQUIRY data, without the blanks that fill them up.
-    void setProduct(std::string product) { product_ = std::move(product); }
-    void setRevision(std::string revision) { revision_ = std::move(revision); }
+    // Part number and revision in the INQUIRY data, without the blanks that fill them up. Throw
+    // std::invalid_argument if they do not fit there.
+    void setProduct(std::string product);
+    void setRevision(std::string revision);
 
     /** Sets where the link to the userdata volume points. */
     void linkUserdata(std::string target);

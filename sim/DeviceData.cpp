@@ -29,8 +29,8 @@ std::string padded(std::string_view field, size_t length) {
 std::string inquiryData(std::string_view vendor, std::string_view product,
                         std::string_view revision) {
     // A direct-access device that is there for good, SPC-4, response format 2, 31 bytes to follow.
-    return std::string("\0\0\6\2\37\0\0\2", 8) + padded(vendor, 8) + padded(product, 16) +
-           padded(revision, 4);
+    return std::string("\0\0\6\2\37\0\0\2", 8) + padded(vendor, 8) +
+           padded(product, kProductLength) + padded(revision, kRevisionLength);
 }
 
 std::string healthReport(const std::string& vendor, uint32_t cycles, uint32_t tbw) {

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace sim {
+
+/** The room for part number and revision in the INQUIRY data. */
+constexpr size_t kProductLength = 16;
+constexpr size_t kRevisionLength = 4;
 
 /*
  * The binary data that describes a device. The simulated device serves it; tests use it to serve

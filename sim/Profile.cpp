@@ -1,6 +1,9 @@
 #include "sim/Profile.h"
 
+#include <set>
 #include <stdexcept>
+
+#include "sim/Names.h"
 
 namespace sim {
 
@@ -27,7 +30,10 @@ const Profile& findProfile(std::string_view name) {
     for (const Profile& profile : profiles()) {
         if (profile.name == name) return profile;
     }
-    throw std::invalid_argument("no device profile is called \"" + std::string(name) + "\"");
+    std::set<std::string> names;
+    for (const Profile& profile : profiles()) names.insert(profile.name);
+    throw std::invalid_argument("no device profile is called \"" + std::string(name) + "\"" +
+                                didYouMean(name, names));
 }
 
 }  // namespace sim

@@ -4,24 +4,25 @@
 #include <fuse3/fuse.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <vector>
 
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
 
+#include "sim/Names.h"
 #include "sim/Trace.h"
 
 namespace sim {
 
 namespace {
 
-using android::base::ConsumePrefix;
-using android::base::Split;
 using android::base::StartsWith;
 
 constexpr char kControls[] = "/.sim/";
@@ -118,7 +119,12 @@ void* init(fuse_conn_info* connection, fuse_config* config) {
 
 }  // namespace
 
-Server::Server(const Profile& profile, bool mtk) : device_(profile, mtk, tree_) {
+Server::Server(const Profile& profile, bool mtk)
+    : profile_(profile), mtk_(mtk), device_(profile, mtk, tree_) {
+    tree_.onWait([this](int64_t seconds) {
+        trace("wait " + std::to_string(seconds));
+        device_.advance(seconds);
+    });
     addControls();
 }
 
@@ -127,6 +133,7 @@ void Server::addControls() {
         tree_.addFile(std::string(kControls) + name, std::move(file));
     };
     add("set", {nullptr, [this](std::string_view text) { return set(text); }});
+    add("problem", {[this] { return problem_; }, nullptr});
     add("clock", {nullptr, [this](std::string_view text) {
                       int64_t seconds = 0;
                       android::base::ParseInt(std::string(text), &seconds);
@@ -151,37 +158,108 @@ void Server::addControls() {
 }
 
 int Server::set(std::string_view assignment) {
-    const size_t equals = assignment.find('=');
-    if (equals == std::string_view::npos) return -EINVAL;
-    const std::string key(assignment.substr(0, equals));
-    const std::string_view value = assignment.substr(equals + 1);
     try {
-        if (key == "record") {
-            records_ = value == "1";
-        } else if (key == "print") {
-            prints_ = value == "1";
-        } else if (std::string_view node = key; ConsumePrefix(&node, "node.")) {
-            tree_.script(std::string(node), Split(std::string(value), "/"));
-        } else if (key == "unscript") {
-            tree_.unscript(std::string(value));
-        } else if (ConsumePrefix(&node, "fault.")) {
-            tree_.setFaults(std::string(node), value);
-        } else if (key == "product") {
-            device_.setProduct(std::string(value));
-        } else if (key == "revision") {
-            device_.setRevision(std::string(value));
-        } else if (key == "gsort_size") {
-            return device_.partition().resize(std::stol(std::string(value)));
-        } else if (key == "userdata") {
-            device_.linkUserdata(std::string(value));
-        } else {
-            device_.settings().set(key, value);
-            device_.applySettings(key);
-        }
-    } catch (const std::invalid_argument&) {
+        apply(assignment);
+        return 0;
+    } catch (const std::invalid_argument& error) {
+        problem_ = error.what();
         return -EINVAL;
     }
-    return 0;
+}
+
+void Server::apply(std::string_view assignment) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string_view::npos) throw std::invalid_argument("it is not KEY=VALUE");
+    const std::string key(assignment.substr(0, equals));
+    const std::string_view value = assignment.substr(equals + 1);
+    const size_t dot = key.find('.');
+    if (dot != std::string::npos) {
+        applyToNode(key.substr(0, dot), key.substr(dot + 1), value);
+    } else if (key == "record") {
+        records_ = value == "1";
+    } else if (key == "print") {
+        prints_ = value == "1";
+    } else if (key == "unscript") {
+        tree_.unscript(find(std::string(value)));
+    } else if (key == "product") {
+        device_.setProduct(std::string(value));
+    } else if (key == "revision") {
+        device_.setRevision(std::string(value));
+    } else if (key == "gsort_size") {
+        constexpr off_t kMaxSize = 1 << 30;
+        off_t size = 0;
+        if (!android::base::ParseInt(std::string(value), &size, off_t{0}, kMaxSize)) {
+            throw std::invalid_argument("it is not from 0 to " + std::to_string(kMaxSize));
+        }
+        device_.partition().resize(size);
+    } else if (key == "userdata") {
+        device_.linkUserdata(std::string(value));
+    } else {
+        device_.settings().set(key, value);
+        device_.applySettings(key);
+    }
+}
+
+void Server::applyToNode(std::string_view key, const std::string& node, std::string_view value) {
+    if (key == "node") {
+        tree_.scriptReads(find(node), value);
+    } else if (key == "store") {
+        tree_.scriptStores(find(node), value);
+    } else if (key == "fault") {
+        tree_.setFaults(find(node), value);
+    } else if (key == "after") {
+        applyAfter(node, value);
+    } else {
+        throw std::invalid_argument("with a dot there are prop, node, store, fault and after only");
+    }
+}
+
+void Server::applyAfter(const std::string& node_and_number, std::string_view assignment) {
+    const size_t dot = node_and_number.rfind('.');
+    size_t number = 0;
+    if (dot == std::string::npos ||
+        !android::base::ParseUint(node_and_number.substr(dot + 1), &number) || number == 0) {
+        throw std::invalid_argument("the number of a store is missing, as in after.debug.2");
+    }
+    const Tree::Paths paths = find(node_and_number.substr(0, dot));
+    // What is wrong with it, is wrong now.
+    Server(profile_, mtk_).apply(assignment);
+    tree_.checkUse(paths, Use::kWrite);
+    for (const std::string& path : paths) {
+        Stores& stores = stores_[path];
+        stores.then.emplace(stores.count + number, assignment);
+    }
+}
+
+void Server::countStore(const std::string& path) {
+    Stores& stores = stores_[path];
+    const auto [begin, end] = stores.then.equal_range(++stores.count);
+    // What is applied may have more applied later.
+    std::vector<std::string> assignments;
+    for (auto then = begin; then != end; ++then) assignments.push_back(then->second);
+    for (const std::string& assignment : assignments) set(assignment);
+}
+
+Tree::Paths Server::find(const std::string& name) const {
+    if (name.empty()) throw std::invalid_argument("the name of a node is missing");
+    // The controls are no nodes.
+    const auto without_controls = [this](const std::string& sought) {
+        Tree::Paths paths = tree_.find(sought);
+        paths.erase(std::remove_if(paths.begin(), paths.end(), isControl), paths.end());
+        return paths;
+    };
+    if (Tree::Paths paths = without_controls(name); !paths.empty()) return paths;
+    for (const Profile& other : profiles()) {
+        Tree tree;
+        const Device device(other, mtk_, tree);
+        if (!tree.find(name).empty()) {
+            throw std::invalid_argument(profile_.name + " has no node " + name + ", but " +
+                                        other.name + " has");
+        }
+    }
+    std::set<std::string> names;
+    for (const std::string& path : without_controls("")) names.insert(nameOf(path));
+    throw std::invalid_argument("no node is called " + name + didYouMean(nameOf(name), names));
 }
 
 void Server::trace(const std::string& line) {
@@ -205,6 +283,7 @@ int Server::write(const std::string& path, std::string_view text) {
     if (!isControl(path)) {
         trace("write " + nameOf(path) + " " + quote(text) +
               (result < 0 ? std::string(" ") + strerror(-result) : ""));
+        countStore(path);
     }
     return result;
 }
@@ -221,6 +300,7 @@ ssize_t Server::writeAt(const std::string& path, std::string_view bytes, off_t o
     trace("write " + nameOf(path) + " " + std::to_string(bytes.size()) + " at " +
           std::to_string(offset) + ": " +
           (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
+    countStore(path);
     return size;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@ namespace sim {
  * files by which a Simulator controls the simulation:
  *
  *   set        written: "KEY=VALUE", see Simulator::set()
+ *   problem    read: why the last such text was refused
  *   clock      written: seconds to let pass
  *   note       written: a line for the trace
  *   trace      read: the trace so far; written: clears it
@@ -37,11 +39,30 @@ class Server {
   private:
     void addControls();
     int set(std::string_view assignment);
+    /** As set(); throws std::invalid_argument with the reason if it is refused. */
+    void apply(std::string_view assignment);
+    /** Does what is set by "KEY.NODE=VALUE". */
+    void applyToNode(std::string_view key, const std::string& node, std::string_view value);
+    /** Has `assignment` applied after store `number` from now to a node, which is "NODE.NUMBER". */
+    void applyAfter(const std::string& node_and_number, std::string_view assignment);
+    /** The paths of what the user calls `name`; throws if there is nothing. */
+    Tree::Paths find(const std::string& name) const;
+    /** Applies what was to be applied after this store to `path`. */
+    void countStore(const std::string& path);
     /** Adds a line to the trace, if "record" is set, and prints it, if "print" is set. */
     void trace(const std::string& line);
 
+    const Profile& profile_;
+    const bool mtk_;
     Tree tree_;
     Device device_;
+    std::string problem_;
+    /** The stores to a file so far, and what is to be applied after which. */
+    struct Stores {
+        size_t count = 0;
+        std::multimap<size_t, std::string> then;
+    };
+    std::map<std::string, Stores> stores_;
     std::string trace_;
     bool records_ = false;
     bool prints_ = false;

@@ -1,48 +1,127 @@
 #include "sim/Settings.h"
 
 #include <algorithm>
+#include <limits>
+#include <set>
 #include <stdexcept>
 
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
 
+#include "fbo/utils/Makers.h"
+#include "sim/Names.h"
+
 namespace sim {
 
 namespace {
 
+using namespace vendor::nivora::hardware::fbo::implementation;
+
+/** The devices that a setting changes anything on. */
+enum class Scope { kAll, kUfs40, kUfs31, kSlowSnapshot, kTbw };
+
 struct Key {
     const char* name;
     int64_t value;
+    /** The numbers that it takes. */
+    int64_t least, most;
+    Scope scope;
     const char* meaning;
 };
 
+/** The largest number that the service can read from a node. */
+constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
+constexpr int64_t kMaxReport = std::numeric_limits<uint32_t>::max();
+/** The largest state that a device can tell: a byte. */
+constexpr int64_t kMaxState = 255;
+
+// clang-format off
 constexpr Key kKeys[] = {
-        {"wear", 120, "program/erase cycles that the health report tells"},
-        {"tbw", 1, "SKhynix: bytes written so far; 0 moves the cycles to another field"},
-        {"ranges", 0, "ranges that a list may hold; 0: as the profile says"},
-        {"accept", 0, "UFS 3.1: seconds until a list is accepted"},
-        {"analysis", 12, "seconds that an analysis takes"},
-        {"analysis_end", -1, "state that an analysis ends in; -1: success"},
-        {"optimise", 60, "seconds that an optimisation takes"},
-        {"optimise_end", -1, "state that an optimisation ends in; -1: success"},
-        {"mapping", 9, "seconds that a linear mapping takes"},
-        {"mapping_end", -1, "state that a linear mapping ends in; -1: success"},
-        {"linear", 1, "UFS 4.0: whether a linear mapping is offered, 1 or 0"},
-        {"clear", 0, "seconds until the device is idle after a clear"},
-        {"report", 4096, "characters of the fragmentation report that are served"},
-        {"eua", 1, "whether EUA is offered, 1 or 0"},
-        {"eua_size", 65536, "size that is offered for EUA"},
-        {"snapshot", 0, "state that the snapshot is in at first, 0 (idle) to 6 (internal_error)"},
-        {"backup_idle", 3, "MICRON, KIOXIA: seconds that a backup still shows idle"},
-        {"backup", 10, "seconds that a backup takes after that"},
-        {"backup_end", 2, "state that a backup ends in"},
-        {"drop", 4, "MICRON, KIOXIA: seconds that a drop takes"},
-        {"drop_end", -1, "state that a drop ends in; -1: 0 for MICRON and KIOXIA, 4 for others"},
-        {"bootlun", 1, "gsort: the boot LUN in use"},
-        {"snapbootlun", 0, "gsort: the boot LUN that the snapshot protects"},
-        {"userdata_gib", 230, "size of the user data file system"},
-        {"userdata_free_gib", 80, "free space of it"},
+        {"wear", 120, 0, kMaxReport, Scope::kAll,
+         "program/erase cycles that the health report tells"},
+        {"tbw", 1, 0, kMaxReport, Scope::kTbw,
+         "bytes written so far; 0 moves the cycles to another field"},
+        {"ranges", 0, 0, kMax, Scope::kAll, "ranges that a list may hold; 0: as the profile says"},
+        {"accept", 0, 0, kStuck, Scope::kUfs31, "seconds until a list is accepted"},
+        {"analysis", 12, 0, kStuck, Scope::kAll, "seconds that an analysis takes"},
+        {"analysis_end", -1, -1, kMaxState, Scope::kAll,
+         "state that an analysis ends in; -1: success"},
+        {"optimise", 60, 0, kStuck, Scope::kAll, "seconds that an optimisation takes"},
+        {"optimise_end", -1, -1, kMaxState, Scope::kAll,
+         "state that an optimisation ends in; -1: success"},
+        {"mapping", 9, 0, kStuck, Scope::kUfs40, "seconds that a linear mapping takes"},
+        {"mapping_end", -1, -1, kMaxState, Scope::kUfs40,
+         "state that a linear mapping ends in; -1: success"},
+        {"linear", 1, 0, 1, Scope::kUfs40, "whether a linear mapping is offered, 1 or 0"},
+        {"clear", 0, 0, kStuck, Scope::kAll, "seconds until the device is idle after a clear"},
+        {"report", 4096, 0, 4096, Scope::kAll,
+         "characters of the fragmentation report that are served"},
+        {"eua", 1, 0, 1, Scope::kAll, "whether EUA is offered, 1 or 0"},
+        {"eua_size", 65536, 0, kMax, Scope::kAll, "size that is offered for EUA"},
+        {"snapshot", 0, 0, 6, Scope::kAll,
+         "state that the snapshot is in at first, 0 (idle) to 6 (internal_error)"},
+        {"backup_idle", 3, 0, kStuck, Scope::kSlowSnapshot, "seconds that a backup still shows idle"},
+        {"backup", 10, 0, kStuck, Scope::kAll, "seconds that a backup takes after that"},
+        {"backup_end", 2, 0, 6, Scope::kAll, "state that a backup ends in"},
+        {"drop", 4, 0, kStuck, Scope::kSlowSnapshot, "seconds that a drop takes"},
+        {"drop_end", -1, -1, 6, Scope::kAll,
+         "state that a drop ends in; -1: 0 for MICRON and KIOXIA, 4 for others"},
+        {"bootlun", 1, -kMax - 1, kMax, Scope::kAll, "gsort: the boot LUN in use"},
+        {"snapbootlun", 0, -kMax - 1, kMax, Scope::kAll,
+         "gsort: the boot LUN that the snapshot protects"},
+        {"userdata_gib", 230, 0, kMax, Scope::kAll, "size of the user data file system"},
+        {"userdata_free_gib", 80, 0, kMax, Scope::kAll, "free space of it"},
 };
+// clang-format on
+
+/** What the devices of a scope have in common. */
+const char* describe(Scope scope) {
+    switch (scope) {
+        case Scope::kUfs40:
+            return "UFS 4.0";
+        case Scope::kUfs31:
+            return "UFS 3.1";
+        case Scope::kSlowSnapshot:
+            return "MICRON, KIOXIA";
+        case Scope::kTbw:
+            return "SKhynix";
+        default:
+            return "";
+    }
+}
+
+bool holds(Scope scope, const Profile& profile) {
+    const Maker* const maker = findMaker(profile.vendor);
+    switch (scope) {
+        case Scope::kUfs40:
+            return profile.generation == Generation::kUfs40;
+        case Scope::kUfs31:
+            return profile.generation == Generation::kUfs31;
+        case Scope::kSlowSnapshot:
+            return hasSlowSnapshot(profile.vendor);
+        case Scope::kTbw:
+            return maker != nullptr && maker->cycles_without_tbw.width > 0;
+        default:
+            return true;
+    }
+}
+
+/** The largest number of `key`: no more cycles than the health report has room for. */
+int64_t mostOf(const Key& key, const Profile& profile) {
+    const Maker* const maker = findMaker(profile.vendor);
+    if (maker == nullptr || key.name != std::string_view("wear")) return key.most;
+    return (int64_t{1} << 8 * maker->cycles.width) - 1;
+}
+
+const Key& findKey(std::string_view name) {
+    std::set<std::string> names;
+    for (const Key& key : kKeys) {
+        if (name == key.name) return key;
+        names.insert(key.name);
+    }
+    throw std::invalid_argument("the device has no setting \"" + std::string(name) + "\"" +
+                                didYouMean(name, names));
+}
 
 int64_t parseNumber(const std::string& text) {
     if (text == "stuck") return kStuck;
@@ -55,10 +134,16 @@ int64_t parseNumber(const std::string& text) {
 
 }  // namespace
 
-Series Series::parse(std::string_view text) {
+Series Series::parse(std::string_view text, int64_t least, int64_t most) {
     Series series;
     for (const std::string& value : android::base::Split(std::string(text), "/")) {
-        series.values_.push_back(parseNumber(value));
+        const int64_t number = parseNumber(value);
+        if (number < least || number > most) {
+            throw std::invalid_argument(
+                    value + " is not from " + std::to_string(least) + " to " +
+                    (most == kStuck ? std::string("stuck") : std::to_string(most)));
+        }
+        series.values_.push_back(number);
     }
     return series;
 }
@@ -69,12 +154,13 @@ int64_t Series::take() {
     return value;
 }
 
-void Settings::set(std::string_view key, std::string_view value) {
-    const auto series = series_.find(key);
-    if (series == series_.end()) {
-        throw std::invalid_argument("the device has no setting \"" + std::string(key) + "\"");
+void Settings::set(std::string_view name, std::string_view value) {
+    const Key& key = findKey(name);
+    if (!holds(key.scope, profile_)) {
+        throw std::invalid_argument("this does nothing on " + profile_.name + ", only on " +
+                                    sim::describe(key.scope));
     }
-    series->second = Series::parse(value);
+    series_.at(key.name) = Series::parse(value, key.least, mostOf(key, profile_));
 }
 
 std::string Settings::describe() {
@@ -82,7 +168,8 @@ std::string Settings::describe() {
     for (const Key& key : kKeys) {
         std::string line = std::string("  ") + key.name + "=" + std::to_string(key.value);
         line.resize(std::max<size_t>(line.size() + 1, 27), ' ');
-        text += line + key.meaning + "\n";
+        const std::string scope = sim::describe(key.scope);
+        text += line + scope + (scope.empty() ? "" : ": ") + key.meaning + "\n";
     }
     return text;
 }

@@ -7,18 +7,23 @@
 #include <string_view>
 #include <vector>
 
+#include "sim/Profile.h"
+
 namespace sim {
 
 /** A duration that never ends. */
-constexpr int64_t kStuck = std::numeric_limits<int32_t>::max();
+constexpr int64_t kStuck = std::numeric_limits<int64_t>::max() / 2;
 
 /** A sequence of values, each used once, and the last one again and again. */
 class Series {
   public:
     Series(int64_t value) : values_{value} {}
 
-    /** Reads numbers separated by slashes; "stuck" is a number too. */
-    static Series parse(std::string_view text);
+    /**
+     * Reads numbers of `least` to `most` separated by slashes; "stuck" is a number too. Throws
+     * std::invalid_argument if they are none.
+     */
+    static Series parse(std::string_view text, int64_t least, int64_t most);
 
     int64_t take();
 
@@ -32,11 +37,13 @@ class Series {
 /** The numeric settings of a device. Texts and faults of single nodes are set in the Tree. */
 class Settings {
   public:
+    explicit Settings(const Profile& profile) : profile_(profile) {}
+
     /**
-     * Sets `key` to the series `value`. Throws std::invalid_argument if there is no such key or
-     * the value does not fit.
+     * Sets `name` to the series `value`. Throws std::invalid_argument if the device has no such
+     * key or the value does not fit.
      */
-    void set(std::string_view key, std::string_view value);
+    void set(std::string_view name, std::string_view value);
 
     /** The next value of `key`. */
     int64_t take(const std::string& key) { return series_.at(key).take(); }
@@ -47,6 +54,7 @@ class Settings {
   private:
     static std::map<std::string, Series, std::less<>> defaults();
 
+    const Profile& profile_;
     std::map<std::string, Series, std::less<>> series_ = defaults();
 };
 

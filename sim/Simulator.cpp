@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -126,10 +127,27 @@ void enter(int root) {
     if (fchdir(root) != 0 || chroot(".") != 0) fail("cannot enter the simulated device");
 }
 
+/** The settings of a file: a line each, but for empty lines and those that begin with "#". */
+void readSettings(const std::string& path, std::vector<std::string>& settings) {
+    std::ifstream file(path);
+    if (!file) throw std::invalid_argument(path + ": " + strerror(errno));
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line[0] != '#') settings.push_back(line);
+    }
+    if (file.bad()) throw std::invalid_argument(path + " cannot be read");
+}
+
 std::vector<std::pair<std::string, std::string>> parseSettings(std::string_view text) {
+    std::vector<std::string> words;
+    for (const std::string& word : android::base::Split(std::string(text), ",")) {
+        if (word[0] == '@') {
+            readSettings(word.substr(1), words);
+        } else if (!word.empty()) {
+            words.push_back(word);
+        }
+    }
     std::vector<std::pair<std::string, std::string>> settings;
-    for (const std::string& setting : android::base::Split(std::string(text), ",")) {
-        if (setting.empty()) continue;
+    for (const std::string& setting : words) {
         const size_t equals = setting.find('=');
         if (equals == std::string::npos) {
             throw std::invalid_argument("\"" + setting + "\" is not KEY=VALUE");
@@ -203,7 +221,7 @@ void Simulator::set(const std::string& key, const std::string& value) {
         writeFile("/.sim/set", key + "=" + value);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::invalid_argument) throw;
-        throw std::invalid_argument("the device cannot be set to \"" + key + "=" + value + "\"");
+        throw std::invalid_argument(key + "=" + value + ": " + readFile("/.sim/problem"));
     }
 }
 
@@ -249,9 +267,21 @@ std::string Simulator::describe() {
            "  userdata=/dev/block/dm-5 where the link to the userdata volume points\n"
            "  gsort_size=16777216      size of the gsort partition\n"
            "  prop.NAME=VALUE          a property, such as prop.vendor.snapshot_control=false\n"
-           "  node.NAME=TEXT           what a node has its readers read\n"
+           "  node.NAME=ANSWER         what a node has its readers read, see below\n"
+           "  store.NAME=ANSWER        what comes of stores to a node\n"
            "  fault.NAME=FAULT         " +
-           describeFaults() + "\n";
+           describeFaults() +
+           "\n"
+           "  after.NAME.N=KEY=VALUE   a setting for the time after the N-th store to a node\n"
+           "  @FILE                    settings from a file, one a line; \"#\" begins a remark\n"
+           "\nAn ANSWER is a text to read, * for the node's own answer, or an errno such as !EIO;\n"
+           "several with \"/\" are used in turn. ~SECONDS: before it lets device time pass first. "
+           "In\n"
+           "a text \\n is a line feed and \\x2c, for one, a comma. NAME may have its directory, "
+           "as\n"
+           "in ufsfbo/debug.\n"
+           "\n  node.fbo_prog_state=0/~30:1/!EIO/*             store.fbo_send_lr_list=*/!ENOSPC/*\n"
+           "  after.fbo_operation_control.2=node.fbo_prog_state=7\n";
 }
 
 }  // namespace sim

@@ -20,8 +20,8 @@ namespace sim {
 class Simulator {
   public:
     /**
-     * @param device a profile's name, and settings after it: "ufs40:samsung,wear=2400". Besides
-     *     the keys of set() there are
+     * @param device a profile's name, and settings after it: "ufs40:samsung,wear=2400", or
+     *     "@FILE" for those of a file, one a line. Besides the keys of set() there are
      *     "platform": the maker of the host controller, qcom or mtk;
      *     "hardware": the property ro.hardware, if it is not to be the platform, and "device":
      *         the property ro.product.device; empty to leave them unset;
@@ -36,16 +36,19 @@ class Simulator {
     /**
      * Changes the device:
      *   a key of Settings::describe();
-     *   "node.NAME": the texts that readers of the node NAME get in turn, separated by "/"; the
-     *     last one again and again;
-     *   "unscript": the name of a node whose texts were set; it shows its own text again;
+     *   "node.NAME": what the node NAME, which may have its directory in front, has its readers
+     *     read, see Script::parse();
+     *   "store.NAME": what comes of stores to the node, in the same way but without texts;
+     *   "unscript": the node that is to answer by itself again;
      *   "fault.NAME": what is wrong with the node, see Tree::setFaults();
+     *   "after.NAME.N": a setting, "KEY=VALUE", for the time after the N-th store to the node from
+     *     now on;
      *   "product", "revision": of the INQUIRY data;
      *   "gsort_size": the size of the gsort partition;
      *   "prop.NAME": the property NAME;
      *   "userdata": where the link to the userdata volume points;
      *   "record", "print": 1 to keep the traffic for trace(), or to print it on standard error.
-     * Throws std::invalid_argument if the device does not take it.
+     * Throws std::invalid_argument, with the reason, if the device does not take it.
      */
     void set(const std::string& key, const std::string& value);
 

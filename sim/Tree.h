@@ -9,7 +9,10 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "sim/Script.h"
 
 namespace sim {
 
@@ -59,18 +62,28 @@ class Tree {
     /** Has statfs(2) answer with `space` at `path` and below. */
     void setSpace(const std::string& path, std::function<struct statvfs()> space);
 
-    /**
-     * Makes readers of the file called `name`, in whatever directory, get `texts` in turn, and then
-     * the last one again and again.
+    /** The paths that are `name`, or end in "/" and `name`; all if it is empty. */
+    std::vector<std::string> find(const std::string& name) const;
+    /** The paths of all files, links and directories. */
+    std::vector<std::string> paths() const { return find(""); }
+
+    /*
+     * These are for all of some paths. They throw std::invalid_argument, and change nothing, if the
+     * text is none or cannot have an effect.
      */
-    void script(const std::string& name, std::vector<std::string> texts);
-    /** Makes the file called `name` show its own text again. */
-    void unscript(const std::string& name);
-    /**
-     * Sets what is wrong with the file called `name`: words of kFaults with "/" between, or "none".
-     * Throws std::invalid_argument, and changes nothing, if a word is none of these.
-     */
-    void setFaults(const std::string& name, std::string_view words);
+    using Paths = std::vector<std::string>;
+    /** Throws unless `use` can be made of one of the paths. */
+    void checkUse(const Paths& paths, Use use) const;
+    /** Has files answer their readers as Script::parse() reads it. */
+    void scriptReads(const Paths& paths, std::string_view script);
+    /** Has files answer stores so, without a text. */
+    void scriptStores(const Paths& paths, std::string_view script);
+    /** Has files answer by themselves again. */
+    void unscript(const Paths& paths);
+    /** Sets what is wrong with files: words of kFaults with "/" between, or "none". */
+    void setFaults(const Paths& paths, std::string_view words);
+    /** Has a script's wait let the seconds pass by `wait`. */
+    void onWait(std::function<void(int64_t seconds)> wait) { wait_ = std::move(wait); }
 
     // The answers to the kernel: 0 or more, or a negative errno.
     int attributes(const std::string& path, struct stat& attributes) const;
@@ -92,20 +105,29 @@ class Tree {
         std::string target;
         /** The names in a directory, in the order in which they came. */
         std::vector<std::string> names;
+
+        /** Whether it can be read, or written. */
+        bool can(bool read) const {
+            return read ? file.show || file.read_at : file.store || file.write_at;
+        }
     };
-    struct Script {
-        std::vector<std::string> texts;
-        size_t next = 0;
-    };
+    using Scripts = std::map<std::string, Script>;
+
+    /** Puts `script` on each path. */
+    static void put(Scripts& scripts, const Paths& paths, const Script& script);
+    /** The next answer that a script has for `path`, once its time has come. */
+    Answer answer(Scripts& scripts, const std::string& path);
 
     Entry& add(const std::string& path, mode_t type);
-    const Entry* find(const std::string& path) const;
+    const Entry* lookUp(const std::string& path) const;
     /** The negative errno of a fault of the file that refuses `use`; 0 if there is none. */
     int refusal(const std::string& path, Use use) const;
 
     std::map<std::string, Entry> entries_ = {{"/", {}}};
     std::map<std::string, std::function<struct statvfs()>> spaces_;
-    std::map<std::string, Script> scripts_;
+    Scripts read_scripts_;
+    Scripts store_scripts_;
+    std::function<void(int64_t)> wait_;
     std::map<std::string, std::vector<Fault>> faults_;
 };
 

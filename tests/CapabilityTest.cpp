@@ -86,7 +86,7 @@ TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
     service->level_to_num.clear();
     expect({{";wear=5", kAsk, "false", "", "!FBO support."}});
     service->pe_cycle = -2;
-    expect({{"wear=-1", kAsk, "true"},
+    expect({{"wear=4294967295", kAsk, "true"},
             {"node.fbo_support=0;node.fbo_support=;node.fbo_support= 1;node.fbo_support=2;"
              "fault.fbo_support=read-error",
              kAsk, "false", "", "device does not fbo"},

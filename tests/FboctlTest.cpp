@@ -131,6 +131,17 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"doctor fbo", 3, "the service can be asked: there is no service"},
             {"ufs40:wdc,node.fbo_prog_state=odd trigger 1,2", 3,
              "a node or property that must hold a number holds none"},
+            {"ufs40:samsung,fault.ufsfbo/fbo_support=missing support", 1, "the driver has no FBO"},
+            {"ufs40:wdc,'node.vendor=KIO\\x58IA\\x2c\\x2f\\n' --trace wear", 0,
+             "vendor \"KIOXIA,/\\n\"\n"},
+            {"ufs40:wdc,node.fbo_prog_state=0/~30:1/\\!EIO/* --trace trigger 1,8", 0,
+             "0 s  wait 30\n      30 s  read fbo_prog_state \"1\"\n      30 s  sleep 6\n"
+             "      36 s  read fbo_prog_state Input/output error\n      36 s  sleep 6\n"
+             "      42 s  read fbo_prog_state \"2\\n\""},
+            {"ufs40:wdc,store.fbo_send_lr_list=*/~7:\\!ENOSPC/* --trace trigger 1,8", 0,
+             "write fbo_send_lr_list \"1,8\\n\" No space left"},
+            {"ufs40:wdc,after.fbo_operation_control.2=node.fbo_prog_state=7 --trace trigger 1,8", 1,
+             "write fbo_operation_control \"2\\n\"\n      12 s  read fbo_prog_state \"7\""},
     };
     // clang-format on
     for (const auto& row : kRows) {
@@ -140,6 +151,62 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
         EXPECT_EQ(outcome.status, row.status);
         EXPECT_PRED_FORMAT2(IsSubstring, row.text, outcome.output);
     }
+}
+
+/** What the device cannot do, or could do without effect, is refused, with what may be meant. */
+TEST(Fboctl, RefusesSettingsThatDoNothing) {
+    // clang-format off
+    const struct { const char *device, *reason; } kRows[] = {
+            {"ufs40:samsun", "is called \"ufs40:samsun\"; did you mean ufs40:samsung?"},
+            {"ufs40:wdc,analysi=3", "no setting \"analysi\"; did you mean analysis?"},
+            {"ufs40:wdc,colour=red", "colour=red: the device has no setting \"colour\"\n"},
+            {"ufs31:wdc,mapping=3", "this does nothing on ufs31:wdc, only on UFS 4.0"},
+            {"ufs40:wdc,accept=3", "only on UFS 3.1"},
+            {"ufs40:wdc,drop=3", "only on MICRON, KIOXIA"},
+            {"ufs40:wdc,tbw=3", "only on SKhynix"}, {"ufs40:wdc,linear=2", "2 is not from 0 to 1"},
+            {"ufs40:wdc,wear=4294967296", "to 4294967295"},
+            {"ufs31:skhynix,wear=65536", "to 65535"},
+            {"ufs40:wdc,analysis=3/-1", "-1 is not from 0 to stuck"},
+            {"ufs40:wdc,eua_size=stuck", "to 2147483647"},
+            {"ufs40:wdc,report=x", "\"x\" is no number"},
+            {"ufs40:wdc,gsort_size=1x", "it is not from 0"},
+            {"ufs40:wdc,revision=12345", "4 characters"},
+            {"ufs40:wdc,product=12345678901234567", "16 characters"},
+            {"ufs40:wdc,node.fbo_prog_stat=1", "no node is called fbo_prog_stat; did you mean fbo_"},
+            {"ufs40:wdc,node.fbs_flc_ops=0", "wdc has no node fbs_flc_ops, but ufs31:samsung"},
+            {"ufs40:wdc,fault.trace=missing", "no node is called trace"},
+            {"ufs40:wdc,node.=1", "name of a node is missing"},
+            {"ufs40:wdc,fault.fbo_prog_state=read-error/write-error", "state is never written"},
+            {"ufs40:wdc,fault.drop_caches=unreadable", "/drop_caches is never read"},
+            {"ufs40:wdc,fault.ufsfbo=read-error", "/ufsfbo is never read"},
+            {"ufs40:wdc,fault.debug=odd", "a node cannot be odd, only missing, unreadable"},
+            {"ufs40:wdc,node.ctrl=1", "/ctrl is never read"},
+            {"ufs40:wdc,store.hr=*", "/hr is never written"},
+            {"ufs40:wdc,store.debug=7", "\"7\" is neither"},
+            {"ufs40:wdc,node.gsort=7", "\"7\" is neither"},
+            {"ufs40:wdc,node.debug=!EFOO", "\"EFOO\" is no errno"},
+            {"ufs40:wdc,node.debug=~x:", "~SECONDS:"},
+            {"ufs40:wdc,node.debug=\\x2", "behind a \\ comes"},
+            {"ufs40:wdc,after.debug=wear=1", "number of a"},
+            {"ufs40:wdc,after.debug.1=wear=-1", "-1 is not"},
+            {"ufs40:wdc,nodes.debug=1", "prop, node, store"},
+            {"ufs40:wdc,@nowhere", "nowhere: No such file"},
+    };
+    // clang-format on
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.device);
+        const Outcome outcome = run(FBOCTL " support --sim '" + std::string(row.device) + "'");
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_PRED_FORMAT2(IsSubstring, row.reason, outcome.output);
+    }
+}
+
+TEST(Fboctl, TakesSettingsFromAFile) {
+    const Outcome outcome =
+            run("printf '# odd\n\nnode.vendor=WDC,KIOXIA\neua=0\n' >fboctl_settings; " FBOCTL
+                " --log --sim ufs40:kioxia,@fboctl_settings,node.eua_support=7 wear");
+    EXPECT_PRED_FORMAT2(IsSubstring, "vendor: WDC,KIOXIA", outcome.output);
+    EXPECT_PRED_FORMAT2(IsSubstring, "eua_support is 7", outcome.output);
 }
 
 /** On a phone it asks for the service without waiting for it. */

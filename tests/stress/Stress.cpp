@@ -71,9 +71,10 @@ void change(sim::Simulator& phone, const std::string& settings) {
 void heal(sim::Simulator& phone, const Scenario& scenario) {
     for (const auto& [moment, key, value] : scenario.events) {
         if (StartsWith(key, "fault.")) phone.set(key, "none");
-        if (StartsWith(key, "node.")) phone.set("unscript", key.substr(5));
+        const std::string node = key.substr(key.find('.') + 1);
+        if (StartsWith(key, "node.") || StartsWith(key, "store.")) phone.set("unscript", node);
     }
-    change(phone, kUsual + scenario.wear);
+    change(phone, scenario.usual);
 }
 
 std::string openDescriptors() {
@@ -136,8 +137,8 @@ class Subject {
         // The longest time that a clear has been set to take.
         sleep(400);
         const std::string seconds = std::to_string(6 * scenario_.looks);
-        change(phone_, "analysis=" + seconds + ",optimise=" + seconds +
-                               ",snapshot=2,backup=29,drop=30,"
+        change(phone_, "analysis=" + seconds + ",optimise=" + seconds + ",snapshot=2,backup=29," +
+                               (is_slow_ ? "drop=30," : "") +
                                "prop.vendor.snapshot_devicefreeblock=5");
         // A report that was wrong is kept for the life of the process.
         fbo_->pe_cycle = kWearUnread;
@@ -263,9 +264,7 @@ class Subject {
 
     void askSnapshot() {
         // Such flash takes its time before and after a snapshot, and keeps blocks free.
-        const std::string& vendor = scenario_.profile.vendor;
-        const bool is_slow = vendor == "MICRON" || vendor == "KIOXIA";
-        std::string threshold = is_slow ? "dropfreesize=1310720\n " : "";
+        std::string threshold = is_slow_ ? "dropfreesize=1310720\n " : "";
         ask("SnapShot_startDrop", "true", "ctrl=stop\n ");
         for (int i = 0; i < 2; ++i) {
             ask("SnapShot_startBackup", "true",
@@ -275,7 +274,7 @@ class Subject {
             sleep(4);
             sendDrop();
             awaitWorker();
-            ask("SnapShot_getStatus", is_slow ? "0" : "4", "ctrl=stop\n ");
+            ask("SnapShot_getStatus", is_slow_ ? "0" : "4", "ctrl=stop\n ");
         }
     }
 
@@ -306,6 +305,7 @@ class Subject {
     const Scenario& scenario_;
     using Texts = std::map<std::string, std::string>;
     const bool is31_ = scenario_.profile.generation == sim::Generation::kUfs31;
+    const bool is_slow_ = Names::isSlow(scenario_.profile);
     /** The states that nodes tell while the device is idle. */
     const Texts idle_ = is31_ ? Texts{{"fbs_flc_ops", "0\n"}, {"fbs_defrag_ops", "0\n"}}
                               : Texts{{"fbo_prog_state", "0\n"}};
