@@ -24,7 +24,8 @@ bool parseRanges(std::string_view text, std::vector<Range>& ranges) {
     std::vector<Range> parsed(numbers.size() / 2);
     for (size_t i = 0; i < parsed.size(); ++i) {
         if (!ParseUint(numbers[2 * i], &parsed[i].start)) return false;
-        if (!ParseUint(numbers[2 * i + 1], &parsed[i].count)) return false;
+        const uint64_t room = UINT64_MAX - parsed[i].start;
+        if (!ParseUint(numbers[2 * i + 1], &parsed[i].count, room)) return false;
     }
     ranges = std::move(parsed);
     return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -19,6 +20,8 @@ class RangeSet {
     void remove(const Range& range);
     /** Whether all blocks of `range` are in the set. */
     bool covers(const Range& range) const;
+    /** The number of ranges. */
+    size_t size() const { return ends_.size(); }
     /** The ranges as a list of numbers, two for each. */
     std::string list() const;
 

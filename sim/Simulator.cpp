@@ -24,6 +24,7 @@
 #include <android-base/unique_fd.h>
 
 #include "sim/Clock.h"
+#include "sim/Flash.h"
 #include "sim/Profile.h"
 #include "sim/Server.h"
 #include "sim/Settings.h"
@@ -250,7 +251,16 @@ std::string Simulator::unmapped() const {
 }
 
 void Simulator::setOptimised(std::string_view ranges) {
-    if (!ranges.empty()) writeFile("/.sim/optimised", ranges);
+    // The list is too long for one write, it may be.
+    constexpr size_t kAtOnce = 1000;
+    if (ranges.empty()) return;
+    std::vector<Range> all;
+    if (!parseRanges(ranges, all)) throw std::invalid_argument("it is no list of ranges");
+    for (size_t next = 0; next < all.size();) {
+        RangeSet some;
+        for (; next < all.size() && some.size() < kAtOnce; ++next) some.add(all[next]);
+        writeFile("/.sim/optimised", some.list());
+    }
 }
 
 std::string Simulator::describe() {

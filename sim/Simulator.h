@@ -64,6 +64,7 @@ class Simulator {
 
     /** The ranges that the flash has optimised; setOptimised() of another device takes them. */
     std::string optimised() const;
+    /** Throws std::invalid_argument if they are no ranges. */
     void setOptimised(std::string_view ranges);
     /** The ranges that the flash has unmapped. */
     std::string unmapped() const;

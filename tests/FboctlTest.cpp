@@ -269,6 +269,37 @@ TEST(Fboctl, DefragmentsFiles) {
     EXPECT_EQ(again["before"], result["after"]);
 }
 
+/** A state that cannot be used or kept, and output that nobody gets, are failures. */
+TEST(Fboctl, SaysWhatIsLost) {
+    // A shell's command before fboctl, what follows fboctl's options, and what comes of it.
+    // clang-format off
+    const struct { const char *before, *command; int status; const char* text; } kRows[] = {
+            {"echo 1,2,x >state;", "support", 2, "fboctl: state is no state file"},
+            {"echo 1,18446744073709551615 >state;", "support", 2, "state is no state file"},
+            {"ln -s /dev/null state;", "support", 2, "state is no state file"},
+            {"flock state", "support", 3, "state is in use by another fboctl"},
+            {"mkdir state.new;", "support", 1, "state is not kept: state.new: Is a directory"},
+            {"mkdir state.new;", "run true", 1, "state is not kept: state.new: Is a directory"},
+            {"mkdir state.new;", "run sh -c 'exit 7'", 7, "state is not kept"},
+            {"", "support >/dev/full", 1, "standard output: "},
+            {"", "wear --json >/dev/full", 1, "standard output: No space left on device"},
+            {"", "support >&-", 1, "standard output: "},
+            {"touch other; chmod 600 other; ln -s other state;",
+             "trigger 1,2,9,2 && stat -c '%F %a' state other && cat other", 0,
+             "symbolic link 777\nregular file 600\n1,2,9,2"},
+    };
+    // clang-format on
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.command);
+        const Outcome outcome =
+                run("rm -rf fboctl_state && mkdir fboctl_state && cd fboctl_state && " +
+                    std::string(row.before) + " " FBOCTL " --sim ufs40:wdc --sim-state state " +
+                    row.command);
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_PRED_FORMAT2(IsSubstring, row.text, outcome.output);
+    }
+}
+
 /** The doctor names exactly what is broken, and nothing else; what is whole it finds well. */
 TEST(Fboctl, DoctorNamesExactlyTheBreak) {
     // clang-format off

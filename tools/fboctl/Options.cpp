@@ -111,7 +111,7 @@ constexpr OptionRow kOptions[] = {
          "On a host: run the service on a simulated device, such as ufs40:samsung or\n"
          "ufs31:kioxia,analysis=stuck. \"--sim list\" shows devices and settings",
          [](Options& options, const std::string& value) { options.sim.device = value; }},
-        {"sim-state", "FILE", "", "Keep in FILE what the simulated flash has optimised",
+        {"sim-state", "FILE", "", "Keep in FILE what the simulated flash has optimised, for the next time",
          [](Options& options, const std::string& value) { options.sim.state_file = value; }},
         {"trace", nullptr, "", "Show the simulated device's node traffic on standard error",
          [](Options& options, const std::string&) { options.sim.trace = true; }},

@@ -129,6 +129,10 @@ void sendDropEventTo(int) {
     throw std::invalid_argument("on a phone the driver sends the drop event");
 }
 
+bool isStateLost() {
+    return false;
+}
+
 std::string describeSim() {
     return "A phone has no simulated devices.\n";
 }

@@ -71,6 +71,9 @@ int servePhone(const SimOptions& sim, const ServeOptions& options);
 /** Sends the drop event to the simulated device that the process `pid` keeps up. */
 void sendDropEventTo(int pid);
 
+/** Whether the state of a simulated device was to be kept, and has not been. */
+bool isStateLost();
+
 /** The simulated devices that there are, for a help text. */
 std::string describeSim();
 

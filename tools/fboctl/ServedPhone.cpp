@@ -262,11 +262,7 @@ int statusOf(int status) {
 class PhoneProcess {
   public:
     explicit PhoneProcess(pid_t pid) : pid_(pid) {}
-    ~PhoneProcess() {
-        if (pid_ <= 0) return;
-        kill(pid_, SIGTERM);
-        waitpid(pid_, nullptr, 0);
-    }
+    ~PhoneProcess() { end(); }
     PhoneProcess(const PhoneProcess&) = delete;
     PhoneProcess& operator=(const PhoneProcess&) = delete;
 
@@ -287,6 +283,13 @@ class PhoneProcess {
     bool hasEnded() {
         if (pid_ > 0 && waitpid(pid_, &status_, WNOHANG) == pid_) pid_ = -1;
         return pid_ <= 0;
+    }
+
+    /** Ends it, unless it has ended; returns what with. */
+    int end() {
+        if (pid_ > 0 && kill(pid_, SIGTERM) == 0) waitpid(pid_, &status_, 0);
+        pid_ = -1;
+        return status();
     }
 
     /** What it has ended with. */
@@ -337,12 +340,14 @@ int servePhone(const SimOptions& sim, const ServeOptions& options) {
     PhoneProcess phone(pid);
     if (!phone.awaitService()) return phone.status();
     if (!options.command.empty()) {
-        return awaitCommand(startCommand(options.command, signals), signals, phone);
+        const int status = awaitCommand(startCommand(options.command, signals), signals, phone);
+        const int ended = phone.end();
+        return status == EXIT_SUCCESS ? ended : status;
     }
     printf("Serving in %s; Ctrl-C ends it\n", directory.path().c_str());
     fflush(stdout);
     while (!phone.hasEnded()) {
-        if (signals.await().si_signo != SIGCHLD) return EXIT_SUCCESS;
+        if (signals.await().si_signo != SIGCHLD) return phone.end();
     }
     return phone.status();
 }

@@ -1,49 +1,41 @@
 #include "SimulatedDevice.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <atomic>
 #include <cstdio>
-#include <cstring>
+#include <stdexcept>
 #include <string>
-#include <system_error>
-
-#include <android-base/file.h>
 
 namespace fboctl {
 
 namespace {
 
-int openState(const std::string& path) {
-    if (path.empty()) return -1;
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), path);
-    return fd;
-}
+std::atomic<bool> state_is_lost = false;
 
 }  // namespace
 
 SimulatedDevice::SimulatedDevice(const SimOptions& sim)
-    : state_(openState(sim.state_file)), simulator_(sim.device) {
-    std::string optimised;
-    if (state_.ok()) android::base::ReadFdToString(state_.get(), &optimised);
-    simulator_.setOptimised(optimised);
+    : state_(sim.state_file.empty() ? nullptr : std::make_unique<StateFile>(sim.state_file)),
+      simulator_(sim.device) {
+    try {
+        if (state_) simulator_.setOptimised(state_->read());
+    } catch (const std::invalid_argument&) {
+        throw std::invalid_argument(sim.state_file + " is no state file");
+    }
     if (sim.trace) simulator_.set("print", "1");
 }
 
 SimulatedDevice::~SimulatedDevice() {
-    if (!state_.ok()) return;
+    if (!state_) return;
     try {
-        const std::string optimised = simulator_.optimised();
-        if (ftruncate(state_.get(), 0) == 0 && lseek(state_.get(), 0, SEEK_SET) == 0 &&
-            android::base::WriteStringToFd(optimised, state_.get())) {
-            return;
-        }
-        throw std::system_error(errno, std::generic_category());
+        state_->keep(simulator_.optimised());
     } catch (const std::exception& error) {
         fprintf(stderr, "fboctl: the device's state is not kept: %s\n", error.what());
+        state_is_lost = true;
     }
+}
+
+bool isStateLost() {
+    return state_is_lost;
 }
 
 }  // namespace fboctl

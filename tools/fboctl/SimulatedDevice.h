@@ -1,8 +1,9 @@
 #pragma once
 
-#include <android-base/unique_fd.h>
+#include <memory>
 
 #include "Platform.h"
+#include "StateFile.h"
 #include "sim/Simulator.h"
 
 namespace fboctl {
@@ -13,7 +14,9 @@ namespace fboctl {
  */
 class SimulatedDevice {
   public:
-    /** Throws std::invalid_argument if there is no such device, or what the system does not allow.
+    /**
+     * Throws std::invalid_argument if there is no such device, or the file holds no state, and
+     * another std::exception if the file is in use or the system does not allow it.
      */
     explicit SimulatedDevice(const SimOptions& sim);
     ~SimulatedDevice();
@@ -21,8 +24,8 @@ class SimulatedDevice {
     SimulatedDevice& operator=(const SimulatedDevice&) = delete;
 
   private:
-    /** Opened before the device hides the file; -1 if there is none. */
-    const android::base::unique_fd state_;
+    /** Opened before the device hides the file; may be null. */
+    const std::unique_ptr<StateFile> state_;
     sim::Simulator simulator_;
 };
 

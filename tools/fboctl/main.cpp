@@ -1,6 +1,11 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <numeric>
@@ -82,12 +87,27 @@ ExitStatus carryOut(const Options& options) {
     return command.run(options);
 }
 
-}  // namespace
+/** Has no file that is opened later become a stream that the caller has closed. */
+void fillClosedStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) >= 0) continue;
+        // Using it fails all the same: it is open for what is not done with it.
+        open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
 
-}  // namespace fboctl
+/** The status to end with: what was done is not done if nobody has got to know or it is lost. */
+int conclude(int status) {
+    const bool is_flushed = fflush(stdout) == 0;
+    const bool is_written = is_flushed && ferror(stdout) == 0;
+    if (!is_written) {
+        fprintf(stderr, "fboctl: standard output: %s\n",
+                is_flushed ? "something is missing from it" : strerror(errno));
+    }
+    return status == kDone && (!is_written || isStateLost()) ? kNo : status;
+}
 
-int main(int argc, char** argv) {
-    using namespace fboctl;
+int runProgram(int argc, char** argv) {
     Options options;
     try {
         options = parseOptions(argc, argv);
@@ -105,4 +125,14 @@ int main(int argc, char** argv) {
         }
         return kNoAnswer;
     }
+}
+
+}  // namespace
+
+}  // namespace fboctl
+
+int main(int argc, char** argv) {
+    using namespace fboctl;
+    fillClosedStreams();
+    return conclude(runProgram(argc, argv));
 }
