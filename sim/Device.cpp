@@ -181,12 +181,11 @@ void Device::addPlainNode(const std::string& path, std::string value) {
 }
 
 void Device::addFboNodes(const std::string& directory) {
-    const bool is31 = profile_.generation == Generation::kUfs31;
     const auto add = [&](const char* name, std::function<std::string()> show) {
         tree_.addFile(directory + name, {std::move(show), nullptr});
     };
     add(node::kSupport, [] { return line(1); });
-    add(node::kIsUfs31, [is31] { return line(is31 ? 1 : 0); });
+    add(node::kIsUfs31, [this] { return line(is31_ ? 1 : 0); });
     add(node::kMinLbaSize, [] { return line(1); });
     add(node::kMaxLbaCount, [this] {
         const int64_t ranges = settings_.take("ranges");
@@ -199,7 +198,7 @@ void Device::addFboNodes(const std::string& directory) {
     }
     tree_.addFile(directory + node::kSendLrList,
                   {nullptr, [this](std::string_view text) { return storeList(text); }});
-    if (is31) {
+    if (is31_) {
         addUfs31Nodes(directory);
     } else {
         addUfs40Nodes(directory);
@@ -304,17 +303,20 @@ void Device::applySettings(std::string_view key) {
 }
 
 int Device::unmap(std::string_view text) {
-    android::base::ConsumeSuffix(&text, "\n");
     std::vector<Range> ranges;
-    if (!parseRanges(text, ranges)) return -EINVAL;
+    // Without a line feed it is only the beginning.
+    if (!android::base::ConsumeSuffix(&text, "\n") || !parseRanges(text, ranges)) return -EINVAL;
     flash_.unmap(ranges);
     return 0;
 }
 
 int Device::storeList(std::string_view text) {
-    android::base::ConsumeSuffix(&text, "\n");
+    const bool is_page = text.size() == kPageSize;
+    const bool is_line = android::base::ConsumeSuffix(&text, "\n");
+    // What is sent to a UFS 3.1 device again is no line; only where it is cut, that shows.
+    const bool is_whole = is_line || (is31_ && !is_page);
     std::vector<Range> ranges;
-    if (!parseRanges(text, ranges)) return -EINVAL;
+    if (!is_whole || !parseRanges(text, ranges)) return -EINVAL;
     list_ = std::move(ranges);
     acceptance_.start(now_, settings_.take("accept"), kListAccepted31);
     return 0;

@@ -99,6 +99,7 @@ class Device {
     std::string report();
 
     const Profile& profile_;
+    const bool is31_ = profile_.generation == Generation::kUfs31;
     std::string product_;
     std::string revision_;
     Tree& tree_;

@@ -101,8 +101,7 @@ int write(const char* path, const char* text, size_t size, off_t offset, fuse_fi
     if (server().tree().isDevice(path)) {
         return static_cast<int>(server().writeAt(path, {text, size}, offset));
     }
-    const int result = server().write(path, {text, size});
-    return result < 0 ? result : static_cast<int>(size);
+    return server().write(path, {text, size});
 }
 
 int statfs(const char* path, struct statvfs* space) {
@@ -273,19 +272,21 @@ void Server::trace(const std::string& line) {
 int Server::read(const std::string& path, std::string& text) {
     const int result = tree_.read(path, text);
     if (!isControl(path)) {
+        text.resize(std::min(text.size(), kPageSize - 1));
         trace("read " + nameOf(path) + " " + (result < 0 ? strerror(-result) : quote(text)));
     }
     return result;
 }
 
 int Server::write(const std::string& path, std::string_view text) {
+    if (!isControl(path)) text = text.substr(0, kPageSize);
     const int result = tree_.write(path, text);
     if (!isControl(path)) {
         trace("write " + nameOf(path) + " " + quote(text) +
               (result < 0 ? std::string(" ") + strerror(-result) : ""));
         countStore(path);
     }
-    return result;
+    return result < 0 ? result : static_cast<int>(text.size());
 }
 
 ssize_t Server::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {

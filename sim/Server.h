@@ -29,7 +29,7 @@ class Server {
     void run(int fd);
 
     // The answers to the kernel; a negative errno is a failure. Reads and writes of the phone's own
-    // files, which are all but those in "/.sim", are traced.
+    // files, which are all but those in "/.sim", are traced. write() returns how much it has taken.
     Tree& tree() { return tree_; }
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);

@@ -16,13 +16,16 @@
 
 namespace sim {
 
+/** The most that a store takes, and more than a show can give: a page, as in sysfs. */
+constexpr size_t kPageSize = 4096;
+
 /** A file of the simulated phone, as its driver serves it. */
 struct File {
-    /** The text that a reader gets; a file without it cannot be read. */
+    /** The text that a reader gets, less than a page; a file without it cannot be read. */
     std::function<std::string()> show;
     /**
-     * Takes one store, that is one write(2), and returns 0 or a negative errno; a file without it
-     * cannot be written.
+     * Takes one store, that is what one write(2) has of a page, and returns 0 or a negative errno;
+     * a file without it cannot be written.
      */
     std::function<int(std::string_view)> store;
 

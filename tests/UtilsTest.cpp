@@ -63,14 +63,19 @@ TEST_F(Phone, ReadsTheFirstWordOfAFile) {
     start("ufs40:samsung");
     const std::string read = "readFileToString " + kQcom + "/ufsfbo/fbo_min_lrs";
     const std::string text = "node.fbo_min_lrs=";
-    // A word can be longer than what is read at once.
-    const std::string word(10000, 'x');
+    // A node gives less than a page.
+    const std::string word(4095, 'x');
     expect({{text + ";" + text + " \n\t ;fault.fbo_min_lrs=read-error", read, "true -"},
             {text + "one\n", read, "true one"},
             {text + "\n\v two three", read, "true two"},
             {text + "four", read, "true four"},
-            {text + word + " y", read, "true " + word},
+            {text + word + "y", read, "true " + word},
             {"fault.fbo_min_lrs=missing", read, "false -", "", "E readFileToString Open /sys"}});
+    // A word of another file can be longer than what is read at once.
+    std::string list = "1,1";
+    for (int i = 10000; i < 11000; ++i) list += "," + std::to_string(2 * i) + ",1";
+    phone().setOptimised(list);
+    expect({{"", "readFileToString /.sim/optimised", "true " + list}});
 }
 
 TEST_F(Phone, ReadsVendorAndVolume) {

@@ -1,0 +1,69 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include <android-base/unique_fd.h>
+
+#include "Phone.h"
+
+namespace {
+
+using android::base::unique_fd;
+
+const std::string kDirectory = "/sys/devices/platform/soc/1d84000.ufshc/ufsfbo/";
+
+std::string outcome(ssize_t result) {
+    return result < 0 ? strerrorname_np(errno) : std::to_string(result);
+}
+
+/** What one write(2) to a node comes to. */
+std::string store(const std::string& name, const std::string& text) {
+    const std::string path = name[0] == '/' ? name : kDirectory + name;
+    const unique_fd node(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    return outcome(write(node.get(), text.data(), text.size()));
+}
+
+/** Stores to nodes and what comes of each. */
+struct Store {
+    const char* node;
+    std::string text;
+    std::string outcome;
+};
+
+/** Makes stores, one after the other. */
+void expectStores(const std::vector<Store>& stores) {
+    for (const Store& row : stores) {
+        SCOPED_TRACE(row.text.substr(0, 40) + " to " + row.node);
+        EXPECT_EQ(store(row.node, row.text), row.outcome);
+    }
+}
+
+constexpr char kList[] = "fbo_send_lr_list";
+constexpr char kUnmap[] = "../ufseua/eua_file_lba_unmap";
+
+/** A list of `count` ranges, 11 characters each. */
+std::string listOf(size_t count) {
+    std::string list;
+    while (list.size() < 11 * count) list += "12345678,1,";
+    list.resize(list.size() - 1);
+    return list + "\n";
+}
+
+TEST_F(Phone, AStoreIsAPageAtMostAndAListIsALine) {
+    start("ufs40:samsung");
+    expectStores({{kList, "8,8\n", "4"},
+                  {kList, "8,8", "EINVAL"},
+                  {kUnmap, "8,8\n", "4"},
+                  {kUnmap, "8,8", "EINVAL"},
+                  {kList, listOf(372), "4092"},
+                  {kList, listOf(373), "EINVAL"},
+                  {"/proc/sys/vm/drop_caches", std::string(5000, '3'), "4096"}});
+}
+
+TEST_F(Phone, AUfs31DeviceTakesAListThatIsSentAgain) {
+    start("ufs31:samsung");
+    expectStores({{kList, "8,8", "3"}, {kList, "8,8\n", "4"}, {kList, listOf(373), "EINVAL"}});
+}
+
+}  // namespace
