@@ -316,10 +316,19 @@ int Device::storeList(std::string_view text) {
     // What is sent to a UFS 3.1 device again is no line; only where it is cut, that shows.
     const bool is_whole = is_line || (is31_ && !is_page);
     std::vector<Range> ranges;
-    if (!is_whole || !parseRanges(text, ranges)) return -EINVAL;
+    if (!is_whole || !parseRanges(text, ranges)) {
+        // On UFS 3.1 copies that are sent again in one store may be no list: the first one counts.
+        if (is_line || !is_whole) dropList();
+        return -EINVAL;
+    }
     list_ = std::move(ranges);
     acceptance_.start(now_, settings_.take("accept"), kListAccepted31);
     return 0;
+}
+
+void Device::dropList() {
+    list_.clear();
+    acceptance_.clear(now_, 0);
 }
 
 int Device::control40(std::string_view text) {
@@ -330,6 +339,7 @@ int Device::control40(std::string_view text) {
     switch (number) {
         case 0:
             startClear(operation_);
+            dropList();
             return 0;
         case 1:
             if (!idle || list_.empty()) return -EINVAL;
@@ -360,7 +370,7 @@ int Device::enableAnalysis31(std::string_view text) {
     settle();
     if (number == 0) {
         startClear(operation_);
-        acceptance_.clear(now_, 0);
+        dropList();
         return 0;
     }
     if (number != 1 || acceptance_.state(kIdle, kIdle) != kListAccepted31) return -EINVAL;
@@ -394,6 +404,7 @@ void Device::startOptimisation(Operation& operation, int success) {
     const int64_t end = settings_.take("optimise_end");
     operation.start(now_, settings_.take("optimise"), end < 0 ? success : static_cast<int>(end));
     pending_ = &operation;
+    pending_list_ = list_;
     pending_success_ = success;
     settle();
 }
@@ -409,7 +420,7 @@ void Device::settle() {
     defrag_.settle(now_);
     acceptance_.settle(now_);
     if (pending_ == nullptr || pending_->phase() != Operation::Phase::kEnded) return;
-    if (pending_->state(-1, -1) == pending_success_) flash_.optimise(list_);
+    if (pending_->state(-1, -1) == pending_success_) flash_.optimise(pending_list_);
     pending_ = nullptr;
 }
 

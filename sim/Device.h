@@ -81,6 +81,8 @@ class Device {
     void addPlainNode(const std::string& path, std::string value);
 
     int storeList(std::string_view text);
+    /** Leaves no list to start on. */
+    void dropList();
     int unmap(std::string_view text);
     int controlSnapshot(std::string_view text);
     /** The snapshot's state now. */
@@ -122,8 +124,10 @@ class Device {
     Operation acceptance_;
     /** The command that operation_ runs; on UFS 4.0 an optimisation has to follow an analysis. */
     enum class Command { kNone, kAnalysis, kOptimisation, kMapping } command_ = Command::kNone;
-    /** The optimisation that has not taken effect yet, and the state that makes it do so. */
+    /** The optimisation that has not taken effect yet, its list, and the state that it has to
+     * reach. */
     Operation* pending_ = nullptr;
+    std::vector<Range> pending_list_;
     int pending_success_ = 0;
 };
 

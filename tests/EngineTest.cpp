@@ -79,6 +79,9 @@ const std::vector<Row> kUfs31 = {
         // list of its own to the device.
         {"accept=61/0,analysis=0,optimise=0", "", "0 9 1 r3 f3",
          resent(3) + " flc=1 defrag=1 flc=0 L flc=1"},
+        // If it is no list, the first one counts.
+        {"accept=60,analysis=0,optimise=0", "", "0 7 1 r4 f4",
+         resent(2) + "! flc=1 defrag=1 flc=0 " + resent(2) + "! flc=1"},
         {"node.fbs_flc_ops=0/2", "", "-11 - - r10 f10", resent(10) + "!", "write buffer fail"},
         // What the driver refused is gone; what is sent again is a new text, in one store.
         {"fault.fbo_send_lr_list=write-error", "", "-11 - - r10 f10",

@@ -61,9 +61,36 @@ TEST_F(Phone, AStoreIsAPageAtMostAndAListIsALine) {
                   {"/proc/sys/vm/drop_caches", std::string(5000, '3'), "4096"}});
 }
 
+TEST_F(Phone, ARefusedListAndAClearLeaveNone) {
+    constexpr char kOperation[] = "fbo_operation_control";
+    start("ufs40:samsung,analysis=0");
+    expectStores({{kList, "8,8\n", "4"},
+                  {kList, "8,x\n", "EINVAL"},
+                  {kOperation, "1\n", "EINVAL"},
+                  {kOperation, "4\n", "EINVAL"},
+                  {kList, "8,8\n", "4"},
+                  {kOperation, "1\n", "2"},
+                  {kOperation, "0\n", "2"},
+                  {kOperation, "1\n", "EINVAL"}});
+}
+
 TEST_F(Phone, AUfs31DeviceTakesAListThatIsSentAgain) {
     start("ufs31:samsung");
-    expectStores({{kList, "8,8", "3"}, {kList, "8,8\n", "4"}, {kList, listOf(373), "EINVAL"}});
+    constexpr char kAnalysis[] = "fbs_flc_enable";
+    expectStores({{kList, "8,8", "3"},
+                  {kAnalysis, "1\n", "2"},
+                  {kAnalysis, "0\n", "2"},
+                  {kAnalysis, "1\n", "EINVAL"},
+                  {kList, "8,8\n", "4"},
+                  {kList, "8,88,8", "EINVAL"},
+                  {kAnalysis, "1\n", "2"},
+                  {kAnalysis, "0\n", "2"},
+                  {kList, "8,8\n", "4"},
+                  {kList, "8,x\n", "EINVAL"},
+                  {kAnalysis, "1\n", "EINVAL"},
+                  {kList, "8,8\n", "4"},
+                  {kList, listOf(373), "EINVAL"},
+                  {kAnalysis, "1\n", "EINVAL"}});
 }
 
 }  // namespace
