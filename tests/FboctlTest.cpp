@@ -379,6 +379,59 @@ TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
     }
 }
 
+/** Every device passes, and what is wrong with a driver is named, by the first step that shows it.
+ */
+TEST(Fboctl, ExercisesADriver) {
+    // clang-format off
+    const struct { const char *feature, *device, *wrong; } kRows[] = {
+            {"fbo", "ufs40:kioxia", ""}, {"fbo", "ufs31:wdc", ""}, {"eua", "ufs40:micron", ""},
+            {"snapshot", "ufs40:samsung", ""}, {"snapshot", "ufs31:kioxia,backup_idle=9", ""},
+            {"fbo", "ufs40:wdc,analysis=stuck", "analysis ends fbo_prog_state 1, wanted: 2 (1200 s)"},
+            {"fbo", "ufs31:wdc,optimise_end=255", "defragmentation ends fbs_defrag_ops 255, wanted"},
+            {"fbo", "ufs40:wdc,report=28", "the report has a level fbo_get_lr_frag_level frag_lvl"},
+            {"fbo", "ufs40:wdc,clear=400", "idle after success fbo_prog_state 3, wanted: 0 (300 s)"},
+            {"fbo", "ufs31:wdc,accept=stuck", "list is accepted fbs_flc_ops 0, wanted: 1 (300 s)"},
+            {"fbo", "ufs40:wdc,fault.debug=missing", "switch debug \"1\" No such file or directory"},
+            {"fbo", "ufs40:wdc,store.fbo_send_lr_list=!EIO", "list of the first pass fbo_send_lr_list"},
+            {"fbo", "ufs40:wdc,after.fbo_operation_control.2=node.fbo_prog_state=2", "optimisation starts"},
+            {"fbo", "ufs40:wdc,fault.fbo_err_cnt=unwritable", "failures are counted fbo_err_cnt"},
+            {"eua", "ufs40:wdc,eua=0", "EUA is offered eua_support 0, wanted: 1"},
+            {"eua", "ufs40:wdc,eua_size=0", "the size is above 0 eua_support_size 0, wanted"},
+            {"snapshot", "ufs40:wdc,backup_end=6", "the backup is complete status internal_error, w"},
+            {"snapshot", "ufs40:micron,drop=stuck", "the backup is dropped status complete_backup"},
+    };
+    // clang-format on
+    ASSERT_EQ(run("head -c 9000 /dev/urandom > fboctl_file; sync fboctl_file").status, 0);
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(std::string(row.feature) + " " + row.device);
+        const std::string feature = row.feature;
+        const Outcome outcome =
+                run(FBOCTL " exercise --first-block 9 " +
+                    (feature == "fbo" ? "fbo" : feature + " --yes") +
+                    (feature == "snapshot" ? "" : " fboctl_file") + " --sim '" + row.device + "'");
+        if (outcome.output.find("FIEMAP") != std::string::npos) GTEST_SKIP() << outcome.output;
+        EXPECT_EQ(outcome.status, *row.wrong == '\0' ? 0 : 1) << outcome.output;
+        std::string line;
+        std::istringstream lines(outcome.output);
+        while (line.find("\u2717") != 0 && std::getline(lines, line)) {
+        }
+        // Without what lays the columns out.
+        line.erase(std::unique(line.begin(), line.end(),
+                               [](char one, char other) { return one == ' ' && other == ' '; }),
+                   line.end());
+        EXPECT_PRED_FORMAT2(IsSubstring, row.wrong, line) << outcome.output;
+    }
+    EXPECT_PRED_FORMAT2(IsSubstring, "--yes says so",
+                        run(FBOCTL " --sim ufs40:wdc exercise snapshot").output);
+    // Ctrl-C leaves a device at rest.
+    Running stuck("echo $$; exec " FBOCTL
+                  " --sim ufs40:wdc,pace=6,analysis=stuck exercise fbo fboctl_file");
+    const pid_t pid = std::stoi(stuck.readUntil("\n"));
+    stuck.readUntil("analysis starts");
+    kill(pid, SIGINT);
+    EXPECT_PRED_FORMAT2(IsSubstring, "idle after Ctrl-C", stuck.finish().output);
+}
+
 TEST(Fboctl, KeepsItsProgressInTheWidthOfTheTerminal) {
     const std::string text =
             run("script -qec 'stty cols 50; " FBOCTL

@@ -32,6 +32,14 @@ OUTCOMES = [
     ("--sim ufs31:wdc,optimise=stuck", 1, "1 of 1 zones not measured"),
     ("--sim ufs40:wdc,fault.fbo_send_lr_list=missing", 1, "1 of 1 zones failed"),
     ("--sim ufs40:wdc,node.fbo_prog_state=0/1/x", 3, "an error escaped the call"),
+    ("--sim 'ufs40:wdc,node.fbo_prog_state=*/*/!EIO/*'", 0, "Fragmentation before: "),
+    ("--sim 'ufs40:wdc,store.fbo_send_lr_list=*/!EINVAL/*'", 0, '"1,8\\n" Invalid argument'),
+    ("--sim 'ufs40:wdc,node.fbo_prog_state=*/~30:*/*'", 0, "0 s  wait 30"),
+    ("--sim 'ufs40:wdc,node.vendor=KIO", 0, "ufs vendor: KIOXIA,/"),
+    ("--sim ufs40:wdc,after.fbo_operation_control.2=node.", 1, "1 of 1 zones not measured"),
+    ("--sim ufs40:wdc,after.fbo_operation_control.2=fault.", 1, "1 of 1 zones failed"),
+    ("--sim ufs40:wdc,@worn,eua=0", 1, "EUA: not supported"),
+    ("--sim ufs40:wdc --sim-state flash", 0, "after: 256"),
 ]
 
 
@@ -40,8 +48,8 @@ def commands():
     is for the reader to fill in."""
     for document in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
         text = document.read_text().replace("\\\n", "")
-        for line in re.findall(r"^    fboctl (.*)$", text, re.MULTILINE):
-            yield document.name, re.sub(r"\s+#.*$", "", re.sub(r" +", " ", line))
+        for program, line in re.findall(r"^    (fboctl|printf) (.*)$", text, re.MULTILINE):
+            yield document.name, program, re.sub(r"\s+#.*$", "", re.sub(r" +", " ", line))
 
 
 def run(command, home):
@@ -49,8 +57,8 @@ def run(command, home):
     # On a virtual clock nothing takes time; the reader may have that.
     command = re.sub(r",pace=\d+", "", command).replace("sleep 1", "sleep 0.2")
     environment = {**os.environ, "HOME": home, "PATH": f"{FBOCTL.parent}:{os.environ['PATH']}"}
-    process = subprocess.Popen(["sh", "-c", f"exec fboctl {command}"], env=environment, text=True,
-                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    process = subprocess.Popen(["sh", "-c", f"exec fboctl {command}"], cwd=home, env=environment,
+                               text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     output = ""
     if re.search(r" (watch|serve)$", command):
         output = process.stdout.readline()
@@ -67,7 +75,12 @@ with tempfile.TemporaryDirectory(dir=".") as home:
     pictures.mkdir()
     (pictures / "one").write_bytes(b"x" * 9000)
     os.sync()
-    for document, command in commands():
+    home = str(pathlib.Path(home).resolve())
+    for document, program, command in commands():
+        if program == "printf":
+            # It writes a file for what comes next.
+            subprocess.run(["sh", "-c", f"printf {command}"], cwd=home, check=True)
+            continue
         matching = [outcome for outcome in OUTCOMES if command.startswith(outcome[0])]
         if not matching:
             print(f"{document}: nothing is expected of: fboctl {command}")
@@ -75,7 +88,7 @@ with tempfile.TemporaryDirectory(dir=".") as home:
             continue
         begins, status, says = max(matching, key=lambda outcome: len(outcome[0]))
         unused.discard(begins)
-        found, output = run(command, str(pathlib.Path(home).resolve()))
+        found, output = run(command, home)
         if found != status or says not in output:
             print(f"{document}: fboctl {command}\n  ends with {found} instead of {status}, or does"
                   f" not say \"{says}\":\n{output}")
