@@ -31,8 +31,11 @@ bool isControl(const std::string& path) {
     return StartsWith(path, kControls);
 }
 
-/** An open file with the text that it is read from: a read at offset 0 asks the device for it. */
+/** An open file. */
 struct OpenFile {
+    /** The losses of the file when it was opened. */
+    size_t losses;
+    /** The text that it reads, asked for at offset 0 and kept for the offsets after. */
     std::string text;
 };
 
@@ -42,6 +45,11 @@ Server& server() {
 
 OpenFile& openFile(fuse_file_info* info) {
     return *reinterpret_cast<OpenFile*>(info->fh);
+}
+
+/** Whether the open file is not there any more: its driver has been unbound, for one. */
+bool isDead(const char* path, fuse_file_info* info) {
+    return openFile(info).losses != server().tree().losses(path);
 }
 
 int getattr(const char* path, struct stat* attributes, fuse_file_info*) {
@@ -66,7 +74,8 @@ int readdir(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, fuse_fi
 int open(const char* path, fuse_file_info* info) {
     const int mode = info->flags & O_ACCMODE;
     const int result = server().tree().open(path, mode != O_WRONLY, mode != O_RDONLY);
-    if (result == 0) info->fh = reinterpret_cast<uint64_t>(new OpenFile);
+    if (result == 0)
+        info->fh = reinterpret_cast<uint64_t>(new OpenFile{server().tree().losses(path), ""});
     return result;
 }
 
@@ -85,23 +94,25 @@ int release(const char*, fuse_file_info* info) {
 }
 
 int read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_info* info) {
+    const bool is_dead = isDead(path, info);
     if (server().tree().isDevice(path)) {
-        return static_cast<int>(server().readAt(path, buffer, size, offset));
+        return static_cast<int>(server().readAt(path, is_dead, buffer, size, offset));
     }
     std::string& text = openFile(info).text;
     if (offset == 0) {
         text.clear();
-        if (const int result = server().read(path, text); result < 0) return result;
+        if (const int result = server().read(path, is_dead, text); result < 0) return result;
     }
     if (static_cast<size_t>(offset) >= text.size()) return 0;
     return static_cast<int>(text.copy(buffer, size, offset));
 }
 
-int write(const char* path, const char* text, size_t size, off_t offset, fuse_file_info*) {
+int write(const char* path, const char* text, size_t size, off_t offset, fuse_file_info* info) {
+    const bool is_dead = isDead(path, info);
     if (server().tree().isDevice(path)) {
-        return static_cast<int>(server().writeAt(path, {text, size}, offset));
+        return static_cast<int>(server().writeAt(path, is_dead, {text, size}, offset));
     }
-    return server().write(path, {text, size});
+    return server().write(path, is_dead, {text, size});
 }
 
 int statfs(const char* path, struct statvfs* space) {
@@ -269,8 +280,8 @@ void Server::trace(const std::string& line) {
     }
 }
 
-int Server::read(const std::string& path, std::string& text) {
-    const int result = tree_.read(path, text);
+int Server::read(const std::string& path, bool is_dead, std::string& text) {
+    const int result = is_dead ? -ENODEV : tree_.read(path, text);
     if (!isControl(path)) {
         text.resize(std::min(text.size(), kPageSize - 1));
         trace("read " + nameOf(path) + " " + (result < 0 ? strerror(-result) : quote(text)));
@@ -278,30 +289,32 @@ int Server::read(const std::string& path, std::string& text) {
     return result;
 }
 
-int Server::write(const std::string& path, std::string_view text) {
+int Server::write(const std::string& path, bool is_dead, std::string_view text) {
     if (!isControl(path)) text = text.substr(0, kPageSize);
-    const int result = tree_.write(path, text);
+    const int result = is_dead ? -ENODEV : tree_.write(path, text);
     if (!isControl(path)) {
         trace("write " + nameOf(path) + " " + quote(text) +
               (result < 0 ? std::string(" ") + strerror(-result) : ""));
-        countStore(path);
+        if (!is_dead) countStore(path);
     }
     return result < 0 ? result : static_cast<int>(text.size());
 }
 
-ssize_t Server::readAt(const std::string& path, char* bytes, size_t count, off_t offset) {
-    const ssize_t size = tree_.readAt(path, bytes, count, offset);
+ssize_t Server::readAt(const std::string& path, bool is_dead, char* bytes, size_t count,
+                       off_t offset) {
+    const ssize_t size = is_dead ? -ENODEV : tree_.readAt(path, bytes, count, offset);
     trace("read " + nameOf(path) + " " + std::to_string(count) + " at " + std::to_string(offset) +
           ": " + (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
     return size;
 }
 
-ssize_t Server::writeAt(const std::string& path, std::string_view bytes, off_t offset) {
-    const ssize_t size = tree_.writeAt(path, bytes, offset);
+ssize_t Server::writeAt(const std::string& path, bool is_dead, std::string_view bytes,
+                        off_t offset) {
+    const ssize_t size = is_dead ? -ENODEV : tree_.writeAt(path, bytes, offset);
     trace("write " + nameOf(path) + " " + std::to_string(bytes.size()) + " at " +
           std::to_string(offset) + ": " +
           (size < 0 ? strerror(static_cast<int>(-size)) : std::to_string(size)));
-    countStore(path);
+    if (!is_dead) countStore(path);
     return size;
 }
 

@@ -29,12 +29,13 @@ class Server {
     void run(int fd);
 
     // The answers to the kernel; a negative errno is a failure. Reads and writes of the phone's own
-    // files, which are all but those in "/.sim", are traced. write() returns how much it has taken.
+    // files, which are all but those in "/.sim", are traced. An open file
+    // whose driver has gone is dead. write() returns how much it has taken.
     Tree& tree() { return tree_; }
-    int read(const std::string& path, std::string& text);
-    int write(const std::string& path, std::string_view text);
-    ssize_t readAt(const std::string& path, char* bytes, size_t count, off_t offset);
-    ssize_t writeAt(const std::string& path, std::string_view bytes, off_t offset);
+    int read(const std::string& path, bool is_dead, std::string& text);
+    int write(const std::string& path, bool is_dead, std::string_view text);
+    ssize_t readAt(const std::string& path, bool is_dead, char* bytes, size_t count, off_t offset);
+    ssize_t writeAt(const std::string& path, bool is_dead, std::string_view bytes, off_t offset);
 
   private:
     void addControls();

@@ -98,7 +98,18 @@ void Tree::setFaults(const Paths& paths, std::string_view words) {
             throw std::invalid_argument("a node cannot be " + word + ", only " + describeFaults());
         }
     }
-    for (const std::string& path : paths) faults_[path] = faults;
+    for (const std::string& path : paths) {
+        faults_[path] = faults;
+        if (refusal(path, Use::kLookUp) != 0) ++losses_[path];
+    }
+}
+
+size_t Tree::losses(const std::string& path) const {
+    size_t losses = 0;
+    for (const auto& [lost, times] : losses_) {
+        if (path == lost || android::base::StartsWith(path, lost + "/")) losses += times;
+    }
+    return losses;
 }
 
 Answer Tree::answer(Scripts& scripts, const std::string& path) {

@@ -94,6 +94,11 @@ class Tree {
     int list(const std::string& path, std::vector<std::string>& names) const;
     int space(const std::string& path, struct statvfs& space) const;
     int open(const std::string& path, bool reads, bool writes) const;
+    /**
+     * How often the file at `path` has gone missing, itself or a directory above it. A file that
+     * was opened before it did so last is dead, even if another one is there now.
+     */
+    size_t losses(const std::string& path) const;
     int read(const std::string& path, std::string& text);
     int write(const std::string& path, std::string_view text);
     /** Whether the file at `path` is one of bytes at an offset. */
@@ -132,6 +137,7 @@ class Tree {
     Scripts store_scripts_;
     std::function<void(int64_t)> wait_;
     std::map<std::string, std::vector<Fault>> faults_;
+    std::map<std::string, size_t> losses_;
 };
 
 /** The last component of `path`. */

@@ -93,4 +93,24 @@ TEST_F(Phone, AUfs31DeviceTakesAListThatIsSentAgain) {
                   {kAnalysis, "1\n", "EINVAL"}});
 }
 
+/** What stood open when the driver was unbound, or the node went, is dead; what comes back is not.
+ */
+TEST_F(Phone, AnOpenNodeThatGoesStaysDead) {
+    start("ufs40:samsung");
+    const std::string path = kDirectory + "debug";
+    for (const char* lost : {"1d84000.ufshc", "ufsfbo", "debug"}) {
+        SCOPED_TRACE(lost);
+        char byte;
+        const unique_fd before(open(path.c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(outcome(pread(before.get(), &byte, 1, 0)), "1");
+        set("fault." + std::string(lost), "missing");
+        EXPECT_EQ(outcome(pread(before.get(), &byte, 1, 0)), "ENODEV");
+        EXPECT_EQ(outcome(open(path.c_str(), O_RDWR | O_CLOEXEC)), "ENOENT");
+        set("fault." + std::string(lost), "none");
+        EXPECT_EQ(outcome(pread(before.get(), &byte, 1, 0)), "ENODEV");
+        EXPECT_EQ(outcome(write(before.get(), "7\n", 2)), "ENODEV");
+        EXPECT_EQ(store("debug", "1\n"), "2");
+    }
+}
+
 }  // namespace
