@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
@@ -103,16 +104,28 @@ Device::Device(const Profile& profile, bool mtk, Tree& tree)
     const std::string driver = mtk ? kMtkDriver : kQcomDriver;
     const std::string controller = mtk ? "112b0000.ufshci" : "1d84000.ufshc";
     const std::string device = "/sys/devices/platform/soc/" + controller;
-    for (const char* own : {"bind", "unbind", "uevent"}) {
-        tree_.addFile(driver + own, {nullptr, [](std::string_view) { return -ENODEV; }});
-    }
-    tree_.addLink(driver + controller, "../../../../devices/platform/soc/" + controller);
+    addSysfsEntries(driver.substr(0, driver.size() - 1), device);
     addFboNodes(device + kFboDirectory);
     addEuaNodes(device + kEuaDirectory);
     addSnapshotNodes(device + kSnapshotDirectory);
     tree_.addFile(device + kScsiDirectory + node::kInquiry,
                   {[this] { return inquiryData(profile_.vendor, product_, revision_); }, nullptr});
     addPhone();
+}
+
+void Device::addSysfsEntries(const std::string& driver, const std::string& device) {
+    // Driver and device stand four directories below this one.
+    const std::string sys = "../../../..";
+    for (const char* own : {"bind", "unbind", "uevent"}) {
+        tree_.addFile(driver + "/" + own, {nullptr, [](std::string_view) { return -ENODEV; }});
+    }
+    tree_.addLink(driver + "/module", sys + "/module/ufshcd");
+    tree_.addLink(driver + "/" + nameOf(device), sys + device.substr(strlen("/sys")));
+    tree_.addLink(device + "/driver", sys + driver.substr(strlen("/sys")));
+    tree_.addLink(device + "/subsystem", sys + "/bus/platform");
+    tree_.addDirectory(device + "/power");
+    tree_.addFile(device + "/uevent", {[name = nameOf(driver)] { return "DRIVER=" + name + "\n"; },
+                                       [](std::string_view) { return 0; }});
 }
 
 void Device::addPhone() {

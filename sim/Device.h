@@ -71,6 +71,8 @@ class Device {
     int64_t now() const { return now_; }
 
   private:
+    /** What stands in the directories of each driver and each device. */
+    void addSysfsEntries(const std::string& driver, const std::string& device);
     void addPhone();
     void addFboNodes(const std::string& directory);
     void addUfs40Nodes(const std::string& directory);

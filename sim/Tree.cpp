@@ -25,7 +25,9 @@ Tree::Entry& Tree::add(const std::string& path, mode_t type) {
     if (added) {
         entry->second.type = type;
         const size_t slash = path.rfind('/');
-        add(slash == 0 ? "/" : path.substr(0, slash), S_IFDIR).names.push_back(nameOf(path));
+        const std::string name = nameOf(path);
+        add(slash == 0 ? "/" : path.substr(0, slash), S_IFDIR)
+                .names.emplace(std::hash<std::string>()(name), name);
     }
     return entry->second;
 }
@@ -171,7 +173,7 @@ int Tree::list(const std::string& path, std::vector<std::string>& names) const {
     if (entry == nullptr) return -ENOENT;
     if (entry->type != S_IFDIR) return -ENOTDIR;
     const std::string directory = path == "/" ? path : path + "/";
-    for (const std::string& name : entry->names) {
+    for (const auto& [hash, name] : entry->names) {
         if (lookUp(directory + name) != nullptr) names.push_back(name);
     }
     return 0;

@@ -111,8 +111,8 @@ class Tree {
         mode_t type = S_IFDIR;
         File file;
         std::string target;
-        /** The names in a directory, in the order in which they came. */
-        std::vector<std::string> names;
+        /** The names in a directory by a hash of them, the order in which sysfs lists them. */
+        std::multimap<size_t, std::string> names;
 
         /** Whether it can be read, or written. */
         bool can(bool read) const {

@@ -1,7 +1,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <set>
+#include <utility>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 
@@ -91,6 +96,35 @@ TEST_F(Phone, AUfs31DeviceTakesAListThatIsSentAgain) {
                   {kList, "8,8\n", "4"},
                   {kList, listOf(373), "EINVAL"},
                   {kAnalysis, "1\n", "EINVAL"}});
+}
+
+/** The names in a directory, in the order in which they are listed. */
+std::vector<std::string> list(const std::string& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+TEST_F(Phone, ADirectoryListsAllThatItHasInNoOrder) {
+    start("ufs40:samsung");
+    const std::string driver = "/sys/bus/platform/drivers/ufshcd-qcom";
+    const std::string controller = driver + "/1d84000.ufshc";
+    const std::pair<std::string, std::set<std::string>> kRows[] = {
+            {driver, {"bind", "unbind", "uevent", "module", "1d84000.ufshc"}},
+            {controller,
+             {"driver", "power", "subsystem", "uevent", "host0", "ufseua", "ufsfbo",
+              "ufssnapshot"}},
+            {controller + "/subsystem/drivers", {"ufshcd-qcom"}},
+            {controller + "/driver/1d84000.ufshc/ufseua",
+             {"eua_support", "eua_support_size", "eua_file_lba_unmap"}}};
+    for (const auto& [directory, names] : kRows) {
+        const std::vector<std::string> found = list(directory);
+        EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names) << directory;
+    }
+    const std::vector<std::string> nodes = list(kDirectory);
+    EXPECT_FALSE(std::is_sorted(nodes.begin(), nodes.end()));
 }
 
 /** What stood open when the driver was unbound, or the node went, is dead; what comes back is not.

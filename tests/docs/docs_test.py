@@ -43,12 +43,13 @@ def documented_nodes(generation):
 
 
 def served_nodes(command, device):
-    """The nodes of a device by the names of the document, without the way to the controller and
-    the simulation's own files."""
+    """The nodes of a device by the names of the document, without the way to the controller,
+    what every device has there, and the simulation's own files."""
     listed = subprocess.run([*command, device], stdout=subprocess.PIPE, text=True, check=True).stdout
     listed = re.sub(r"/sys/devices/\S*ufshc[^/]*", "CONTROLLER", listed)
     listed = re.sub(r"/f2fs/dm-\d+/", "/f2fs/DM/", listed)
-    return [line for line in listed.splitlines() if not re.search(r" /(sys/bus|\.sim)/", line)]
+    others = r" (/(sys/bus|\.sim)/|CONTROLLER/(driver|power|subsystem|uevent)$)"
+    return [line for line in listed.splitlines() if not re.search(others, line)]
 
 
 def documented_lines():
