@@ -55,10 +55,20 @@ std::string line(int64_t number) {
     return std::to_string(number) + "\n";
 }
 
-/** The number that a store holds, with or without a line feed behind it. */
-bool parseNumber(std::string_view text, int& number) {
+/**
+ * The number that a store holds, as the kernel's kstrtoint() takes it: base 10, with a sign or
+ * none, up to a NUL or the end, and a line feed before that at most. Returns 0, or a negative errno
+ * if it is none.
+ */
+int parseNumber(std::string_view text, int& number) {
+    text = text.substr(0, text.find('\0'));
     android::base::ConsumeSuffix(&text, "\n");
-    return android::base::ParseInt(std::string(text), &number);
+    const bool is_negative = android::base::ConsumePrefix(&text, "-");
+    if (!is_negative) android::base::ConsumePrefix(&text, "+");
+    const bool is_number = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+    if (!is_number) return -EINVAL;
+    const std::string digits = (is_negative ? "-" : "") + std::string(text);
+    return android::base::ParseInt(digits, &number) ? 0 : -ERANGE;
 }
 
 }  // namespace
@@ -187,7 +197,8 @@ void Device::addPlainNode(const std::string& path, std::string value) {
     tree_.addFile(path, {[this, path] { return plain_[path]; },
                          [this, path](std::string_view text) {
                              int number;
-                             if (!parseNumber(text, number)) return -EINVAL;
+                             if (const int refused = parseNumber(text, number); refused != 0)
+                                 return refused;
                              plain_[path] = line(number);
                              return 0;
                          }});
@@ -346,7 +357,7 @@ void Device::dropList() {
 
 int Device::control40(std::string_view text) {
     int number;
-    if (!parseNumber(text, number)) return -EINVAL;
+    if (const int refused = parseNumber(text, number); refused != 0) return refused;
     settle();
     const bool idle = operation_.state(kIdle, kOngoing) == kIdle;
     switch (number) {
@@ -379,7 +390,7 @@ int Device::control40(std::string_view text) {
 
 int Device::enableAnalysis31(std::string_view text) {
     int number;
-    if (!parseNumber(text, number)) return -EINVAL;
+    if (const int refused = parseNumber(text, number); refused != 0) return refused;
     settle();
     if (number == 0) {
         startClear(operation_);
@@ -395,7 +406,7 @@ int Device::enableAnalysis31(std::string_view text) {
 
 int Device::enableDefrag31(std::string_view text) {
     int number;
-    if (!parseNumber(text, number)) return -EINVAL;
+    if (const int refused = parseNumber(text, number); refused != 0) return refused;
     settle();
     if (number == 0) {
         startClear(defrag_);

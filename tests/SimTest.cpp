@@ -98,6 +98,26 @@ TEST_F(Phone, AUfs31DeviceTakesAListThatIsSentAgain) {
                   {kAnalysis, "1\n", "EINVAL"}});
 }
 
+TEST_F(Phone, ANodeTakesNumbersAsTheKernelDoes) {
+    using namespace std::string_literals;
+    start("ufs40:samsung");
+    expectStores({{"debug", "2147483647", "10"},
+                  {"debug", "-2147483648\n", "12"},
+                  {"debug", "+7\n", "3"},
+                  {"debug", "010\0x"s, "5"},
+                  {"debug", "2147483648", "ERANGE"},
+                  {"debug", "-2147483649\n", "ERANGE"},
+                  {"debug", "+-7", "EINVAL"},
+                  {"debug", "", "0"},
+                  {"debug", "\n", "EINVAL"},
+                  {"debug", "7\n\n", "EINVAL"},
+                  {"debug", " 7", "EINVAL"},
+                  {"debug", "0x7", "EINVAL"},
+                  {"fbo_operation_control", "4294967296\n", "ERANGE"},
+                  {"fbo_operation_control", "+0\n", "3"}});
+    expect({{"", "readFileToString " + kDirectory + "debug", "true 10"}});
+}
+
 /** The names in a directory, in the order in which they are listed. */
 std::vector<std::string> list(const std::string& directory) {
     std::vector<std::string> names;
