@@ -6,7 +6,6 @@
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
 
-#include "LogLine.h"
 #include "fbo/defrag/Report.h"
 #include "fbo/defrag/Zones.h"
 #include "fbo/utils/Makers.h"
@@ -17,7 +16,8 @@ namespace {
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 
-constexpr const char* kEngines[] = {"UFS40_FBO_Imp", "UFS31_FBO_Imp"};
+/** As many characters of the ranges of a zone are kept. */
+constexpr size_t kShownRanges = 60;
 
 /** What a level counts for; a level that no maker has counts for itself, as the service has it. */
 int64_t figureOf(int32_t level, const Maker* maker) {
@@ -37,59 +37,109 @@ Figures sum(const std::vector<ZoneLog>& zones, const Maker* maker, bool measured
 
 }  // namespace
 
-void RunLog::take(const std::string& text) {
+void RunLog::take(const std::string& text, std::optional<double> time) {
+    take(text, findMeaning(text), time);
+}
+
+void RunLog::take(const std::string& text, const std::optional<KnownLine>& line,
+                  std::optional<double> time) {
     if (report_follows_) {
         report_follows_ = false;
-        takeReport(text);
+        takeNextLine(text);
     }
-    takeOfTrigger(text);
-    for (const char* engine : kEngines) takeOfEngine(text, engine);
-}
-
-void RunLog::takeOfTrigger(const std::string& text) {
-    const auto says = [&](const char* start) { return messageAfter(text, "FBO_trigger", start); };
-    int number = 0;
-    if (says("fbo_max_lrc is larger")) {
-        limit = kMaxRanges;
-    } else if (const auto told = says("fbo_max_lrc is ")) {
-        const std::string_view digits = told->substr(0, told->find('.'));
-        if (!android::base::ParseInt(std::string(digits), &number)) return;
-        limit = static_cast<size_t>(std::max(0, number));
-    } else if (says("lba is: ")) {
-        zones.emplace_back();
-    } else if (says("zone[")) {
-        if (!zones.empty()) zones.back().failed = true;
-    } else if (says("lba null.") || says("read fbo max lrc fail.")) {
-        refused = true;
-    } else if (says("hal stop")) {
-        stopped = true;
-    } else if (says("FBO2.0 Linear Mapping Fail")) {
-        mapping_failed = true;
-    }
-}
-
-void RunLog::takeOfEngine(const std::string& text, const char* engine) {
-    const auto says = [&](const char* start) { return messageAfter(text, engine, start); };
-    if (says("hal stop")) {
-        stopped = true;
-    } else if (zones.empty()) {
+    if (!line) return;
+    apply(*line);
+    if (zones.empty() || ended) return;
+    if (line->meaning->role == Role::kZone) zones.back().begin = time;
+    zones.back().end = time;
+    if (line->meaning->role != Role::kReport) return;
+    if (!line->value.empty()) {
+        takeReport(line->value);
         return;
-    } else if (says("fbo_defrag_enable success") || says("fbs_defrag_enable success")) {
-        zones.back().optimised = true;
-    } else if (const auto report = says("read buff success, the level is")) {
-        // The UFS 4.0 engine begins a new line first, which a reader of logcat gets by itself.
-        const size_t colon = report->find(": ");
-        report_follows_ = colon == std::string_view::npos;
-        if (!report_follows_) takeReport(std::string(report->substr(colon)));
+    }
+    // The UFS 4.0 engine begins a new line first, which a reader of logcat gets by itself.
+    const size_t feed = text.find('\n');
+    report_follows_ = feed == std::string::npos;
+    if (!report_follows_) takeNextLine(std::string_view(text).substr(feed + 1));
+}
+
+void RunLog::apply(const KnownLine& line) {
+    const LogMeaning* const meaning = line.meaning;
+    const auto number = [&] {
+        int number = 0;
+        android::base::ParseInt(std::string(line.value), &number);
+        return number;
+    };
+    switch (meaning->role) {
+        case Role::kLimit:
+            limit = static_cast<size_t>(std::max(0, number()));
+            begun = true;
+            ended = over = false;
+            break;
+        case Role::kLimitLarger:
+            limit = kMaxRanges;
+            break;
+        case Role::kRefused:
+            refused = begun = ended = over = true;
+            break;
+        case Role::kZone:
+            ended = over = false;
+            zones.emplace_back().ranges = line.value.substr(0, kShownRanges);
+            break;
+        case Role::kStop:
+            stopped = true;
+            // The trigger heeds it between two zones, an engine in one of them.
+            if (line.function == "FBO_trigger") ended = over = true;
+            break;
+        case Role::kRawLevels:
+            raw_levels = true;
+            break;
+        case Role::kFailCount:
+            fails = number();
+            ended = true;
+            break;
+        case Role::kRetryCount:
+            retries = number();
+            ended = true;
+            break;
+        case Role::kWorse:
+            worse = meaning;
+            break;
+        case Role::kMappingFailed:
+            mapping_failed = over = true;
+            break;
+        case Role::kNoMapping:
+            over = over || line.value != "1";
+            break;
+        default:
+            break;
+    }
+    if (!zones.empty() && !ended) {
+        applyToZone(line, zones.back());
+    } else if (meaning->cause != nullptr && meaning != worse) {
+        trouble = meaning;
     }
 }
 
-void RunLog::takeReport(const std::string& report) {
-    std::string_view content = report;
-    if (zones.empty() || !android::base::ConsumePrefix(&content, ": ")) return;
-    if (content.size() <= kLevelIndex) return;
+void RunLog::applyToZone(const KnownLine& line, ZoneLog& zone) {
+    const LogMeaning* const meaning = line.meaning;
+    if (meaning->cause != nullptr) zone.trouble = meaning;
+    if (meaning->role == Role::kZoneFailed) zone.failed = true;
+    if (meaning->role == Role::kRetry) ++zone.retries;
+    if (meaning->role == Role::kOptimised) {
+        zone.optimised = true;
+        zone.trouble = nullptr;
+    }
+}
+
+void RunLog::takeNextLine(std::string_view line) {
+    if (android::base::ConsumePrefix(&line, ": ")) takeReport(line);
+}
+
+void RunLog::takeReport(std::string_view report) {
+    if (zones.empty() || report.size() <= kLevelIndex) return;
     ZoneLog& zone = zones.back();
-    (zone.optimised ? zone.after : zone.before) = levelOf(std::string(content));
+    (zone.optimised ? zone.after : zone.before) = levelOf(std::string(report));
 }
 
 size_t RunLog::failedZones() const {
@@ -99,6 +149,10 @@ size_t RunLog::failedZones() const {
 size_t RunLog::unmeasuredZones() const {
     return std::count_if(zones.begin(), zones.end(),
                          [](auto& zone) { return !zone.failed && !zone.isMeasured(); });
+}
+
+Figures measuredFigures(const std::vector<ZoneLog>& zones, const Maker* maker) {
+    return sum(zones, maker, true);
 }
 
 std::optional<Figures> measuredFigures(const std::vector<ZoneLog>& zones, int64_t before) {
