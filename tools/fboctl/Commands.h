@@ -34,6 +34,9 @@ ExitStatus euaErase(const Options& options);
 // Doctor.cpp
 ExitStatus doctor(const Options& options);
 
+// Explain.cpp
+ExitStatus explain(const Options& options);
+
 // SnapshotCommands.cpp
 ExitStatus snapshotBackup(const Options& options);
 ExitStatus snapshotDrop(const Options& options);
@@ -94,6 +97,12 @@ constexpr Command kCommands[] = {
          "hold each answer against what the service needs: fbo and eua on the blocks of\n"
          "FILE, or snapshot. No run may be under way.",
          exercise},
+        {"explain", "[FILE]",
+         "Tell in plain words what a phone's log says of each call of the service:\n"
+         "logcat in any of its forms, a bug report, or what --log shows; without a\n"
+         "FILE, or with \"-\", from standard input. The exit status is 1 if something\n"
+         "went wrong, is not known to its end, or if no call is in there.",
+         explain},
         {"run", "COMMAND…",
          "With --sim: run a command of this host beside a service on the simulated\n"
          "device. It finds the service as on a phone, and so does fboctl without --sim.\n"

@@ -38,6 +38,7 @@ Examples:
   fboctl --sim ufs40:kioxia --trace eua erase 100,8:200,16
   fboctl --sim ufs31:kioxia --log --trace trigger 81920,64,204800,128
   fboctl --sim ufs40:micron,snapshot=2 snapshot event
+  adb logcat -d | fboctl explain --html runs.html
   fboctl --sim ufs40:micron,analysis_end=9 --json trigger - < ranges.txt
   fboctl --sim ufs40:samsung,pace=20 run sh -c 'fboctl trigger 8,8 & sleep 1; fboctl stop; wait'
 )";
@@ -103,6 +104,10 @@ constexpr OptionRow kOptions[] = {
          [](Options& options, const std::string&) { options.raw = true; }},
         {"restart", nullptr, "run serve", "Start the service again when it has died",
          [](Options& options, const std::string&) { options.restart = true; }},
+        {"html", "FILE", "explain", "Write a page with plots, too",
+         [](Options& options, const std::string& value) { options.html = value; }},
+        {"table", nullptr, "explain", "Print what each line of the log means, as the guide has it",
+         [](Options& options, const std::string&) { options.table = true; }},
         {"json", nullptr, "", "Print the result as JSON",
          [](Options& options, const std::string&) { options.json = true; }},
         {"log", nullptr, "", "Show the service's log on standard error",
@@ -111,7 +116,8 @@ constexpr OptionRow kOptions[] = {
          "On a host: run the service on a simulated device, such as ufs40:samsung or\n"
          "ufs31:kioxia,analysis=stuck. \"--sim list\" shows devices and settings",
          [](Options& options, const std::string& value) { options.sim.device = value; }},
-        {"sim-state", "FILE", "", "Keep in FILE what the simulated flash has optimised, for the next time",
+        {"sim-state", "FILE", "",
+         "Keep in FILE what the simulated flash has optimised, for the next time",
          [](Options& options, const std::string& value) { options.sim.state_file = value; }},
         {"trace", nullptr, "", "Show the simulated device's node traffic on standard error",
          [](Options& options, const std::string&) { options.sim.trace = true; }},

@@ -42,6 +42,9 @@ struct Options {
     bool raw = false;
     bool log = false;
     bool json = false;
+    /** Where explain writes its page; empty: nowhere. */
+    std::string html;
+    bool table = false;
     bool restart = false;
     bool help = false;
     bool version = false;

@@ -1,0 +1,184 @@
+#!/usr/bin/env python3
+"""Has fboctl explain logs that simulated phones have written, whole and spoilt. Takes fboctl; with
+"page" after it, looks at the page in a browser instead, and ends with 77 if there is none."""
+
+import json
+import os
+import pathlib
+import random
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+FBOCTL = sys.argv[1]
+GUIDE = pathlib.Path(__file__).resolve().parents[2] / "docs/integration.md"
+
+
+def fboctl(arguments, text="", statuses=(0,)):
+    done = subprocess.run([FBOCTL, *arguments], input=text.encode("latin-1"),
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    assert done.returncode in statuses, (arguments, done)
+    return done.stdout.decode()
+
+
+def explain(lines, *statuses):
+    """The events, without what a form may not tell."""
+    told = json.loads(fboctl(["explain", "--json"], "\n".join(lines), statuses))
+    for part in [part for e in told["events"] for part in [e, *e.get("zones", [])]]:
+        for key in ("time", "seconds_since", "process", "thread", "seconds"):
+            part.pop(key, None)
+    return told["events"]
+
+
+def causes(event):
+    return {problem["cause"]: problem["times"] for problem in event.get("problems", [])}
+
+
+def log_of(device, *commands):
+    """What the service logs at commands of fboctl, each line as its priority and its text."""
+    script = "; ".join(f"{FBOCTL} {command} >&2" for command in commands)
+    shown = fboctl(["--sim", device, "run", "sh", "-c", script + "; cat $NIVORA_FBO_PHONE/log"])
+    return [(line[0], line.partition(": ")[2]) for line in shown.splitlines()]
+
+
+def threadtime(lines, thread=1240):
+    return [f"07-01 03:{i // 60:02}:{i % 60:02}.120  1234  {thread} {priority} mem_fbo : {text}"
+            for i, (priority, text) in enumerate(lines)]
+
+
+# What stands for P, TEXT and SECONDS.
+FORMS = ["P/mem_fbo ( 1234): TEXT", "P/mem_fbo ( root: 1234): TEXT", "P( 1234) TEXT  (mem_fbo)",
+         "P/mem_fbo : TEXT", "TEXT", "07-01 03:12:SECONDS.120 P/mem_fbo ( 1234): TEXT\r",
+         "     17828743SECONDS.120  1234  1240 P mem_fbo : TEXT", "P mem_fbo: TEXT",
+         "    SECONDS.345 P/mem_fbo ( 1234): TEXT",
+         "[ 07-01 03:12:SECONDS.120  root: 1234: 1240 P/mem_fbo  ]\nTEXT\n",
+         "\x1b[38;5;40m07-01 03:12:SECONDS.120  1234  1240 P mem_fbo : TEXT\x1b[0m",
+         "2026-07-01 03:12:SECONDS.120456 +0200  1000  1234  1240 P mem_fbo : TEXT"]
+OTHERS = ["--------- beginning of main", "D/other   (  77): FBO_trigger",
+          "07-01 03:12:44.120   900   901 I mem_fbo2: FBO_trigger:1: [FBO-HAL] lba is: 1,2 ."]
+
+
+def test_every_form_tells_the_same_and_what_the_service_answers():
+    request = "8,8,64,8,100,8,200,8,300,8,320,8"
+    for device in ("ufs40:samsung,ranges=2,analysis_end=9/9/-1",
+                   "ufs31:kioxia,ranges=2,optimise_end=9/-1"):
+        answer = json.loads(fboctl(["--sim", device, "--json", "trigger", request], "", (1,)))
+        lines = log_of(device, "trigger " + request)
+        start, run = explain(threadtime(lines), 1)
+        assert start == {"kind": "service started", "ok": True} and run["zone_count"] == 3, run
+        for key in ("failed_zones", "unmeasured_zones"):
+            assert run[key] == answer[key], (run, answer)
+        assert {key: run[key] for key in ("before", "after")} == answer["measured"], run
+        for form in FORMS:
+            shown = [form.replace("P", p, 1).replace("SECONDS", "59").replace("TEXT", text)
+                     for p, text in lines]
+            if form == "P mem_fbo: TEXT":
+                shown = [re.sub("^. mem_fbo: : ", ": ", line) for line in shown]
+            shown.insert(len(shown) // 2, "\n".join(OTHERS))
+            assert explain(shown, 1) == [start, run], (form, shown)
+        text = fboctl(["explain"], "\n".join(threadtime(lines)), (1,))
+        assert "07-01 03:00:01.120, run, process 1234, thread 1240, zones: 3," in text, text
+        assert re.search(r"\n07-01, runs: 1, zones: 3, .*\n    wrong", text), text
+
+
+def test_other_calls():
+    lines = log_of("ufs40:wdc,snapshot=2", "eua erase 1,8:9,8", "snapshot drop", "snapshot drop",
+                   "snapshot backup", "snapshot event", "snapshot event", "--raw trigger 1")
+    told = [(e["kind"], str(e.get("result", e.get("sent")))[:7], e["ok"])
+            for e in explain(threadtime(lines), 1)[1:]]
+    assert told == [("erase", "2", True), ("drop", "done", True), ("drop", "Nothing", True),
+                    ("backup", told[3][1], told[3][2]), ("drop event", "Dropped", True),
+                    ("drop event", "Less th", True), ("run", "None", False)], told
+
+
+def test_lost_cut_and_interleaved_lines():
+    many = ",".join(str(i) for i in range(100000, 100800))
+    lines = log_of("ufs40:micron,analysis_end=9/-1", "trigger " + many)
+    assert max(len(text) for _, text in lines) == 1023
+    run = explain(threadtime(lines), 1)[1]
+    assert (run["zone_count"], causes(run)) == (4, {"the analysis failed": 1}), run
+    shown = threadtime(log_of("ufs40:micron,ranges=1", "trigger 1,8,64,8")[1:])
+    other = [line.replace(" 1240 ", " 77 ") for line in shown]
+    assert len(explain([line for pair in zip(shown, other) for line in pair], 0)) == 2
+    for lost in range(1, next(i for i, line in enumerate(shown) if "cmd fail times" in line)):
+        assert "its begin is missing" in causes(*explain(shown[lost:], 1)), lost
+        assert "lines are missing" in causes(*explain(shown[:lost], 1)), lost
+    second = [i for i, line in enumerate(shown) if "] lba is" in line][1]
+    stop = threadtime([("D", "FBO_trigger:1: [FBO-HAL] hal stop.")])
+    assert causes(*explain(shown[:second] + stop, 1)) == {"it was stopped": 1}
+
+
+def test_deaths():
+    lines = threadtime(log_of("ufs40:samsung", "trigger 8,8,64,8"))
+    libc = "07-01 03:12:44.120  %d  1241 F libc    : terminating with uncaught exception of type x"
+    tombstone = "F/DEBUG   : >>> /vendor/bin/hw/%s <<<\nF/DEBUG   : Abort message: 'terminating'"
+    init = "[   12.3] init: Service 'vendor.%s' (pid 1234) received signal 6"
+    for row, dies in ((libc % 1234, True), (libc % 4321, False),
+                      (tombstone % "vendor.nivora.hardware.fbo@1.0-service", True),
+                      (tombstone % "other", False), (init % "nivora.fbo-1-0", True),
+                      (init % "other", False), ("terminate called after throwing", True)):
+        for restart in [], lines[:1]:
+            told = explain(lines[:20] + [row] + restart, 1)
+            assert sum(len(e.get("errors", [])) for e in told) == dies, (row, told)
+            cut = "the service died in it" if dies or restart else "lines are missing"
+            assert causes(told[1]) == {cut: 1}, (row, told)
+            assert (told[-1]["kind"] == "service started again") == bool(restart), told
+
+
+def test_any_bytes_in_bounded_memory():
+    seed = time.time_ns()
+    print("seed", seed)
+    rng = random.Random(seed)
+    text = "\n".join(threadtime(log_of("ufs40:micron", "trigger 1,8,64,8", "snapshot backup")))
+    for _ in range(60):
+        spoilt = bytearray(text.encode())
+        for _ in range(rng.randrange(200)):
+            at = rng.randrange(len(spoilt))
+            spoilt[at:at + rng.randrange(40)] = rng.randbytes(rng.randrange(4))
+        explain([spoilt.decode("latin-1")], 0, 1)
+    explain([rng.randbytes(300000).decode("latin-1")], 1)
+
+    def most_memory(chunk, size):
+        """In KiB; what a sanitizer keeps of freed memory is none of the program's."""
+        program = subprocess.Popen([FBOCTL, "explain"], stdin=subprocess.PIPE,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1"})
+        program.stdin.write(chunk * (size // len(chunk)))
+        program.stdin.close()
+        return os.wait4(program.pid, 0)[2].ru_maxrss
+    for chunk in text.encode() + b"\n", b"x" * 4096:
+        assert most_memory(chunk, 8000000) - most_memory(chunk, 100000) < 2000, chunk[:50]
+
+
+def test_usage_and_the_tables_of_the_guide():
+    for arguments in ["nowhere"], ["/"], ["-", "--html", "/nowhere/x"]:
+        fboctl(["explain", *arguments], "", (2,))
+    assert fboctl(["explain"], "I/other: x\n", (1,)).strip() == ""
+    assert GUIDE.read_text().endswith(fboctl(["explain", "--table"])), "see explain --table"
+
+
+def look_at_page():
+    browser = shutil.which("chromium") or shutil.which("google-chrome")
+    if browser is None:
+        print("SKIPPED: there is no browser (Debian's chromium); the page was not looked at")
+        sys.exit(77)
+    lines = log_of("ufs40:samsung,ranges=2,analysis_end=9/9/-1",
+                   "trigger 8,8,64,8,100,8,200,8,300,8,320,8", "trigger 9,8")
+    fboctl(["explain", "--html", "page.html"], "\n".join(threadtime(lines)), (1,))
+    done = subprocess.run([browser, "--headless", "--no-sandbox", "--disable-gpu", "--dump-dom",
+                           "--enable-logging=stderr", pathlib.Path("page.html").resolve().as_uri()],
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=True)
+    assert "CONSOLE" not in done.stderr, done.stderr
+    drawn = re.findall('<circle class="([a-z]+)"', done.stdout)
+    assert sorted(drawn) == 2 * ["after"] + 2 * ["before"] + 4 * ["seconds"], drawn
+    assert re.search(r'<svg id="causes".*>the analysis failed<.*</svg>', done.stdout), done.stdout
+    assert not re.search("(NaN|undefined|Infinity)[\"<]", done.stdout), done.stdout
+
+
+if sys.argv[2:] == ["page"]:
+    look_at_page()
+else:
+    for test in [test for name, test in globals().items() if name.startswith("test_")]:
+        test()
