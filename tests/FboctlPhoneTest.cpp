@@ -146,6 +146,16 @@ TEST_F(PhoneFboctl, CountsAStopThatIsDeliveredOrKeepsPartsBack) {
     }
 }
 
+/** What another terminal has stopped goes on no further here, either. */
+TEST_F(PhoneFboctl, SendsNothingAfterAStopOfSomebodyElse) {
+    service->run = [this] {
+        progress.take("UFS31_FBO_Imp:1: [FBO-HAL] hal stop.");
+        return Status::ok();
+    };
+    EXPECT_TRUE(trigger(repeat(kRange, kMaxPart)).stopped);
+    EXPECT_EQ(service->texts.size(), 1u);
+}
+
 TEST_F(PhoneFboctl, EndsAtTheSecondCtrlCThoughTheStopIsNotAnswered) {
     const auto interrupt = [] {
         kill(getpid(), SIGINT);

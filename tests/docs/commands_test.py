@@ -38,6 +38,8 @@ OUTCOMES = [
     ("--sim 'ufs40:wdc,node.vendor=KIO", 0, "ufs vendor: KIOXIA,/"),
     ("--sim ufs40:wdc,after.fbo_operation_control.2=node.", 1, "1 of 1 zones not measured"),
     ("--sim ufs40:wdc,after.fbo_operation_control.2=fault.", 1, "1 of 1 zones failed"),
+    ("--sim ufs40:wdc,after.fbo_operation_control.1=fault.1d84000.ufshc=missing", 3, "escaped"),
+    ("--sim ufs40:micron,analysis_end=9/-1 --log", 1, "failed, because the analysis failed"),
     ("--sim ufs40:wdc,@worn,eua=0", 1, "EUA: not supported"),
     ("--sim ufs40:wdc --sim-state flash", 0, "after: 256"),
 ]
