@@ -93,6 +93,33 @@ def test_other_calls():
                     ("drop event", "Less th", True), ("run", "None", False)], told
 
 
+def test_causes():
+    """A device, a command that fails there, and why; after what has been asked before."""
+    for device, command, *expected in (
+            ("ufs40:micron,mapping_end=9", "trigger 1,2", "the linear mapping failed"),
+            ("ufs40:wdc,fault.fbo_max_lrc=missing", "trigger 1", "the range limit cannot be read"),
+            ("ufs31:wdc,fault.fbs_flc_ops=missing", "trigger 1,2", "a node is missing or denied"),
+            ("ufs31:wdc,accept=stuck", "trigger 1,2", "the list is not accepted"),
+            ("ufs31:wdc,node.fbs_flc_ops=7", "trigger 1,2", "the device does not become idle"),
+            ("ufs31:wdc,analysis=stuck", "trigger 1,2", "the analysis failed"),
+            ("ufs40:wdc,report=20", "trigger 1,2", "the report is missing or short"),
+            ("ufs40:wdc,optimise=0,optimise_end=255", "trigger 1,2", "the optimisation failed"),
+            ("ufs40:wdc,fault.eua_file_lba_unmap=missing", "eua erase 1",
+             "a node is missing or denied"),
+            ("ufs40:wdc,snapshot=2,drop_end=6", "snapshot drop", "the snapshot was not dropped"),
+            ("ufs40:wdc,snapshot=2,drop_end=6", "snapshot event", "the snapshot was not dropped"),
+            ("ufs40:wdc,prop.vendor.snapshot_control=false", "snapshot backup",
+             "snapshots are switched off"),
+            ("ufs40:wdc,backup_end=6", "snapshot backup", "it did not end well"),
+            ("ufs40:wdc,fault.drop_caches=missing", "snapshot backup",
+             "the page cache cannot be dropped"),
+            ("ufs40:wdc,fault.ufshcd-qcom=missing", "support", "no controller is found"),
+            ("ufs40:wdc,node.vendor=NOBODY", "trigger 1,2,9,2")):
+        call = explain(threadtime(log_of(device, command)), *([1] if expected else [0]))[1]
+        assert list(causes(call)) == expected, (device, command, call)
+    assert (call["before"], call["after"]) == (2560, 256), call
+
+
 def test_lost_cut_and_interleaved_lines():
     many = ",".join(str(i) for i in range(100000, 100800))
     lines = log_of("ufs40:micron,analysis_end=9/-1", "trigger " + many)

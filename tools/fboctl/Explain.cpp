@@ -314,57 +314,58 @@ class Explainer {
     }
 
     void describeRun(const RunLog& run, Json::Value& event) const {
-        const bool has_maker = maker_ || run.raw_levels;
-        const Maker* const maker = run.raw_levels ? nullptr : maker_.value_or(nullptr);
         event["zones"] = Json::arrayValue;
-        event["zone_count"] = Json::UInt64(run.zones.size());
-        for (const ZoneLog& zone : run.zones) {
-            Json::Value& shown = event["zones"].append(Json::objectValue);
-            describeZone(zone, shown);
-            if (has_maker && zone.isMeasured()) {
-                const Figures figures = measuredFigures({zone}, maker);
-                shown["before"] = Json::Int64(figures.before);
-                shown["after"] = Json::Int64(figures.after);
-            }
-            if (zone.isMeasured()) continue;
-            const bool is_last = &zone == &run.zones.back();
-            const LogMeaning* trouble = zone.trouble;
-            const char* cause = trouble != nullptr ? trouble->cause : kNoLines;
-            if (is_last && !run.ended && !zone.failed) {
-                cause = unended_;
-                trouble = nullptr;
-            }
-            shown["cause"] = cause;
-            addProblem(event, cause, trouble);
-        }
-        if (has_maker && run.zones.size() > run.failedZones() + run.unmeasuredZones()) {
-            const Figures figures = measuredFigures(run.zones, maker);
-            event["before"] = Json::Int64(figures.before);
-            event["after"] = Json::Int64(figures.after);
-            event["maker"] = maker != nullptr ? maker->name : "levels as they are";
-        }
+        for (const ZoneLog& zone : run.zones) describeZone(run, zone, event);
+        event["zone_count"] = event["zones"].size();
         event["failed_zones"] = Json::UInt64(run.failedZones());
         event["unmeasured_zones"] = Json::UInt64(run.unmeasuredZones());
+        if (run.zones.size() > run.failedZones() + run.unmeasuredZones()) {
+            addFigures(run, run.zones, event);
+        }
         if (run.retries) event["counted_retries"] = *run.retries;
         if (run.fails) event["counted_fails"] = *run.fails;
-        if (run.refused && run.trouble != nullptr) {
-            addProblem(event, run.trouble->cause, run.trouble);
-        } else if (!run.begun) {
-            addProblem(event, "its begin is missing", nullptr);
-        }
-        if (!run.ended && event["problems"].empty()) addProblem(event, unended_, nullptr);
-        if (run.stopped && event["problems"].empty()) addProblem(event, "it was stopped", nullptr);
+
+        if (!run.begun) addProblem(event, "its begin is missing", nullptr);
+        if (run.refused) addProblem(event, run.trouble->cause, run.trouble);
         if (run.worse != nullptr) addProblem(event, run.worse->cause, run.worse);
         if (run.mapping_failed) addProblem(event, "the linear mapping failed", run.trouble);
+        if (event.isMember("problems")) return;
+        if (!run.ended) addProblem(event, unended_, nullptr);
+        if (run.stopped) addProblem(event, "it was stopped", nullptr);
     }
 
-    static void describeZone(const ZoneLog& zone, Json::Value& shown) {
+    void describeZone(const RunLog& run, const ZoneLog& zone, Json::Value& event) const {
+        Json::Value& shown = event["zones"].append(Json::objectValue);
         if (!zone.ranges.empty()) shown["ranges"] = quote(zone.ranges);
         if (zone.before) shown["level_before"] = *zone.before;
         if (zone.after) shown["level_after"] = *zone.after;
         if (zone.begin && zone.end) shown["seconds"] = *zone.end - *zone.begin;
         if (zone.retries != 0) shown["retries"] = Json::UInt64(zone.retries);
         shown["result"] = zone.failed ? "failed" : zone.isMeasured() ? "done" : "not measured";
+        if (zone.isMeasured()) {
+            addFigures(run, {zone}, shown);
+            return;
+        }
+        const bool is_cut = &zone == &run.zones.back() && !run.ended && !zone.failed;
+        const LogMeaning* const trouble = is_cut ? nullptr : zone.trouble;
+        const char* const cause = trouble != nullptr ? trouble->cause
+                                  : is_cut           ? unended_
+                                                     : kNoLines;
+        shown["cause"] = cause;
+        addProblem(event, cause, trouble);
+    }
+
+    /** Adds what the measured ones among zones of a run count for, if that is known. */
+    void addFigures(const RunLog& run, const std::vector<ZoneLog>& zones,
+                    Json::Value& shown) const {
+        if (!maker_ && !run.raw_levels) return;
+        const Maker* const maker = run.raw_levels ? nullptr : *maker_;
+        const Figures figures = measuredFigures(zones, maker);
+        shown["before"] = Json::Int64(figures.before);
+        shown["after"] = Json::Int64(figures.after);
+        if (&zones == &run.zones) {
+            shown["maker"] = maker != nullptr ? maker->name : "levels as they are";
+        }
     }
 
     const std::function<void(const Json::Value&)> tell_;
@@ -383,26 +384,6 @@ class Explainer {
     Json::Value death_;
 };
 
-/** Tells on standard error how much has been read, once that takes long. */
-class ReadMeter {
-  public:
-    void add(size_t bytes) {
-        bytes_ += bytes;
-        if (bytes_ - told_bytes_ < kStep) return;
-        told_bytes_ = bytes_;
-        const auto now = std::chrono::steady_clock::now();
-        if (now - told_ < std::chrono::seconds(1)) return;
-        told_ = now;
-        fprintf(stderr, "fboctl: %zu MB read\n", bytes_ / 1000000);
-    }
-
-  private:
-    static constexpr size_t kStep = 1000000;
-    size_t bytes_ = 0;
-    size_t told_bytes_ = 0;
-    std::chrono::steady_clock::time_point told_ = std::chrono::steady_clock::now();
-};
-
 /** Reads a line, or its beginning if it is too long; false at the end. */
 bool readLine(FILE* file, std::string& line) {
     line.clear();
@@ -419,9 +400,15 @@ void readAll(const std::string& name, Explainer& explainer) {
             name == "-" ? fdopen(dup(STDIN_FILENO), "re") : fopen(name.c_str(), "re"), fclose);
     if (file == nullptr) fail();
     LogForms forms;
-    ReadMeter meter;
-    for (std::string line; readLine(file.get(), line); meter.add(line.size() + 1)) {
+    size_t bytes = 0;
+    auto told = std::chrono::steady_clock::now();
+    for (std::string line; readLine(file.get(), line);) {
         explainer.take(forms.parse(line));
+        bytes += line.size() + 1;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - told < std::chrono::seconds(1)) continue;
+        told = now;
+        fprintf(stderr, "fboctl: %zu MB read\n", bytes / 1000000);
     }
     if (ferror(file.get()) != 0) fail();
     explainer.end();

@@ -19,6 +19,8 @@ using android::base::ParseInt;
 
 constexpr std::string_view kTag = "mem_fbo";
 constexpr std::string_view kPriorities = "VDIWEF";
+/** In seconds since 1970; what is beyond is no time. */
+constexpr double kLatest = 1e11;
 
 /** Takes the next word off the front of `text`. */
 std::string takeWord(std::string_view& text) {
@@ -86,7 +88,7 @@ void LogForms::takeTime(std::string_view& text, LogEntry& entry) {
             if (entry.time) *entry.time -= (offset / 100 * 60 + offset % 100) * 60;
         }
     } else if (date.find('.') != std::string::npos &&
-               android::base::ParseDouble(date.c_str(), &seconds)) {
+               android::base::ParseDouble(date.c_str(), &seconds, 0.0, kLatest)) {
         entry.time = seconds;
     }
     if (!entry.time) return;

@@ -65,55 +65,29 @@ void RunLog::take(const std::string& text, const std::optional<KnownLine>& line,
 
 void RunLog::apply(const KnownLine& line) {
     const LogMeaning* const meaning = line.meaning;
-    const auto number = [&] {
-        int number = 0;
-        android::base::ParseInt(std::string(line.value), &number);
-        return number;
-    };
-    switch (meaning->role) {
-        case Role::kLimit:
-            limit = static_cast<size_t>(std::max(0, number()));
-            begun = true;
-            ended = over = false;
-            break;
-        case Role::kLimitLarger:
-            limit = kMaxRanges;
-            break;
-        case Role::kRefused:
-            refused = begun = ended = over = true;
-            break;
-        case Role::kZone:
-            ended = over = false;
-            zones.emplace_back().ranges = line.value.substr(0, kShownRanges);
-            break;
-        case Role::kStop:
-            stopped = true;
-            // The trigger heeds it between two zones, an engine in one of them.
-            if (line.function == "FBO_trigger") ended = over = true;
-            break;
-        case Role::kRawLevels:
-            raw_levels = true;
-            break;
-        case Role::kFailCount:
-            fails = number();
-            ended = true;
-            break;
-        case Role::kRetryCount:
-            retries = number();
-            ended = true;
-            break;
-        case Role::kWorse:
-            worse = meaning;
-            break;
-        case Role::kMappingFailed:
-            mapping_failed = over = true;
-            break;
-        case Role::kNoMapping:
-            over = over || line.value != "1";
-            break;
-        default:
-            break;
-    }
+    const Role role = meaning->role;
+    // Another call may follow the one before.
+    if (role == Role::kLimit || role == Role::kZone) ended = over = false;
+    refused |= role == Role::kRefused;
+    stopped |= role == Role::kStop;
+    raw_levels |= role == Role::kRawLevels;
+    mapping_failed |= role == Role::kMappingFailed;
+    begun |= role == Role::kLimit || role == Role::kRefused;
+    // The trigger heeds a stop between two zones, an engine in one of them.
+    const bool is_last =
+            role == Role::kRefused || (role == Role::kStop && line.function == "FBO_trigger");
+    ended |= is_last || role == Role::kFailCount || role == Role::kRetryCount;
+    over |= is_last || role == Role::kMappingFailed ||
+            (role == Role::kNoMapping && line.value != "1");
+
+    int number = 0;
+    android::base::ParseInt(std::string(line.value), &number);
+    if (role == Role::kLimit) limit = static_cast<size_t>(std::max(0, number));
+    if (role == Role::kLimitLarger) limit = kMaxRanges;
+    if (role == Role::kFailCount) fails = number;
+    if (role == Role::kRetryCount) retries = number;
+    if (role == Role::kWorse) worse = meaning;
+    if (role == Role::kZone) zones.emplace_back().ranges = line.value.substr(0, kShownRanges);
     if (!zones.empty() && !ended) {
         applyToZone(line, zones.back());
     } else if (meaning->cause != nullptr && meaning != worse) {
