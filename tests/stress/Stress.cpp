@@ -12,6 +12,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -378,7 +379,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (inProcess([&] { enterPhone(scenario); }) != 0) exit(EXIT_FAILURE);
     while (waitpid(-1, nullptr, WNOHANG) > 0) {
     }
-    memcpy(__start___sancov_cntrs, shared.counters, kCounters);
+    std::copy_n(shared.counters, kCounters, __start___sancov_cntrs);
     return 0;
 }
 
