@@ -173,7 +173,7 @@ TEST(Fboctl, RefusesSettingsThatDoNothing) {
             {"ufs40:wdc,gsort_size=1x", "it is not from 0"},
             {"ufs40:wdc,revision=12345", "4 characters"},
             {"ufs40:wdc,product=12345678901234567", "16 characters"},
-            {"ufs40:wdc,node.fbo_prog_stat=1", "no node is called fbo_prog_stat; did you mean fbo_"},
+            {"ufs40:wdc,node.fbo_prog_stat=1", "node is called fbo_prog_stat; did you mean fbo_"},
             {"ufs40:wdc,node.fbs_flc_ops=0", "wdc has no node fbs_flc_ops, but ufs31:samsung"},
             {"ufs40:wdc,fault.trace=missing", "no node is called trace"},
             {"ufs40:wdc,node.=1", "name of a node is missing"},
