@@ -50,7 +50,8 @@ def threadtime(lines, thread=1240):
 
 # What stands for P, TEXT and SECONDS.
 FORMS = ["P/mem_fbo ( 1234): TEXT", "P/mem_fbo ( root: 1234): TEXT", "P( 1234) TEXT  (mem_fbo)",
-         "P/mem_fbo : TEXT", "TEXT", "07-01 03:12:SECONDS.120 P/mem_fbo ( 1234): TEXT\r",
+         "P/mem_fbo : TEXT", "TEXT", "SECONDS s  P mem_fbo: TEXT",
+         "07-01 03:12:SECONDS.120 P/mem_fbo ( 1234): TEXT\r",
          "     17828743SECONDS.120  1234  1240 P mem_fbo : TEXT", "P mem_fbo: TEXT",
          "    SECONDS.345 P/mem_fbo ( 1234): TEXT",
          "[ 07-01 03:12:SECONDS.120  root: 1234: 1240 P/mem_fbo  ]\nTEXT\n",
@@ -97,7 +98,7 @@ def test_causes():
     """A device, a command that fails there, and why; after what has been asked before."""
     for device, command, *expected in (
             ("ufs40:micron,mapping_end=9", "trigger 1,2", "the linear mapping failed"),
-            ("ufs40:wdc,fault.fbo_max_lrc=missing", "trigger 1", "the range limit cannot be read"),
+            ("ufs40:wdc,fault.fbo_max_lrc=missing", "--raw trigger 12", "the range limit cannot be read"),
             ("ufs31:wdc,fault.fbs_flc_ops=missing", "trigger 1,2", "a node is missing or denied"),
             ("ufs31:wdc,accept=stuck", "trigger 1,2", "the list is not accepted"),
             ("ufs31:wdc,node.fbs_flc_ops=7", "trigger 1,2", "the device does not become idle"),

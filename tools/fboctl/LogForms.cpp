@@ -90,6 +90,11 @@ void LogForms::takeTime(std::string_view& text, LogEntry& entry) {
     } else if (date.find('.') != std::string::npos &&
                android::base::ParseDouble(date.c_str(), &seconds, 0.0, kLatest)) {
         entry.time = seconds;
+    } else if (android::base::StartsWith(rest, " s ") &&
+               android::base::ParseDouble(date.c_str(), &seconds, 0.0, kLatest)) {
+        // As fboctl --log has it.
+        entry.time = seconds;
+        takeWord(rest);
     }
     if (!entry.time) return;
     std::string_view stamp = text.substr(0, text.size() - rest.size());

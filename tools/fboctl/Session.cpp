@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include <cstdio>
+#include <ctime>
 #include <iostream>
 #include <utility>
 
@@ -11,8 +12,13 @@ namespace {
 /** Hands the log to the user, if that is wanted, and to `listener`. */
 LogReader makeReader(bool show, LogReader listener) {
     if (!show) return listener;
-    return [listener = std::move(listener)](char priority, const std::string& text) {
-        fprintf(stderr, "%c mem_fbo: %s\n", priority, text.c_str());
+    // As the trace has it, in the device's time. It begins with the first line.
+    return [listener = std::move(listener), start = time_t{0}](char priority,
+                                                               const std::string& text) mutable {
+        const time_t now = time(nullptr);
+        if (start == 0) start = now;
+        fprintf(stderr, "%8ld s  %c mem_fbo: %s\n", static_cast<long>(now - start), priority,
+                text.c_str());
         if (listener) listener(priority, text);
     };
 }
