@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 
 #include <android-base/parseint.h>
@@ -14,6 +15,9 @@ namespace sim {
 namespace {
 
 using android::base::ConsumePrefix;
+
+/** Far from where the device's clock ends. */
+constexpr int64_t kLongestWait = std::numeric_limits<int32_t>::max();
 
 int parseErrno(std::string_view name) {
     constexpr int kMaxErrno = 133;
@@ -50,7 +54,7 @@ Answer parseAnswer(std::string_view text) {
     if (ConsumePrefix(&text, "~")) {
         const std::string seconds(text.substr(0, text.find(':')));
         if (seconds.size() == text.size() ||
-            !android::base::ParseInt(seconds, &answer.wait, int64_t{0})) {
+            !android::base::ParseInt(seconds, &answer.wait, int64_t{0}, kLongestWait)) {
             throw std::invalid_argument("a wait is ~SECONDS:, with an answer behind it");
         }
         text.remove_prefix(seconds.size() + 1);

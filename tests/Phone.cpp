@@ -196,7 +196,8 @@ void Phone::check(const Row& row) {
         const std::string key = setting.substr(0, setting.find('='));
         std::string_view node = key;
         if (ConsumePrefix(&node, "fault.")) set(key, "none");
-        if (ConsumePrefix(&node, "node.")) set("unscript", std::string(node));
+        if (ConsumePrefix(&node, "node.") || ConsumePrefix(&node, "store."))
+            set("unscript", std::string(node));
     }
 }
 
