@@ -40,17 +40,18 @@ OUTCOMES = [
     ("--sim ufs40:wdc,after.fbo_operation_control.2=fault.", 1, "1 of 1 zones failed"),
     ("--sim ufs40:wdc,after.fbo_operation_control.1=fault.1d84000.ufshc=missing", 3, "escaped"),
     ("--sim ufs40:micron,analysis_end=9/-1 --log", 1, "failed, because the analysis failed"),
+    ("--sim ufs31:kioxia exercise fbo", 0, "retries are counted"),
     ("--sim ufs40:wdc,@worn,eua=0", 1, "EUA: not supported"),
     ("--sim ufs40:wdc --sim-state flash", 0, "after: 256"),
 ]
 
 
 def commands():
-    """The commands, each as one line without its comment. Those of a phone are left out, and what
-    is for the reader to fill in."""
+    """The commands, each as one line without its comment. Those of a phone, which have no --sim, are
+    left out."""
     for document in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
         text = document.read_text().replace("\\\n", "")
-        for program, line in re.findall(r"^    (fboctl|printf) (.*)$", text, re.MULTILINE):
+        for program, line in re.findall(r"^    (fboctl(?= --)|printf) (.*)$", text, re.MULTILINE):
             yield document.name, program, re.sub(r"\s+#.*$", "", re.sub(r" +", " ", line))
 
 
