@@ -319,6 +319,10 @@ ExitStatus exercise(const Options& options) {
         throw UsageError(files[0].path.string() + ": " +
                          (files[0].error.empty() ? "it has no blocks" : files[0].error));
     }
+    fprintf(stderr, "fboctl: %s\n",
+            is_fbo             ? "moves blocks of FILE inside the flash; what they hold stays"
+            : feature == "eua" ? "erases blocks of FILE"
+                               : "takes a snapshot and drops it");
     const char* const directory = is_fbo             ? kFboDirectory
                                   : feature == "eua" ? kEuaDirectory
                                                      : kSnapshotDirectory;
