@@ -59,10 +59,12 @@ show('causes', 'Failures by cause', 30 + 26 * Object.keys(causes).length,
             height="18"/>` + text(316 + times / most * 480, 26 + 26 * i, times)).join('') ||
      text(60, 20, 'none'));
 
-const keys = ['day', 'runs', 'zone_count', 'failed_zones', 'unmeasured_zones', 'before', 'after'];
+const columns = {day: 'day', runs: 'runs', zone_count: 'zones', failed_zones: 'failed',
+                 unmeasured_zones: 'not measured', before: 'before', after: 'after'};
 const row = (tag, cells) => `<tr>${cells.map(cell => `<${tag}>${cell ?? 0}</${tag}>`).join('')}</tr>`;
 document.querySelector('main').insertAdjacentHTML('beforeend', '<h2>Days</h2><table>' +
-    row('th', keys) + log.days.map(day => row('td', keys.map(key => day[key]))).join('') +
+    row('th', Object.values(columns)) +
+    log.days.map(day => row('td', Object.keys(columns).map(key => day[key]))).join('') +
     '</table>');
 </script></body></html>
 )";
