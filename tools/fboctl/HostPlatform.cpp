@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -99,7 +102,21 @@ class ServedHost : public Platform {
         int pid = 0;
         const auto asked = service->getDebugInfo([&](const auto& info) { pid = info.pid; });
         if (!asked.isOk()) throw std::runtime_error("the service has died");
-        sendDropEventTo(pid);
+        // The kernel lets no process with threads into the namespace of a user's phone.
+        const pid_t sender = fork();
+        if (sender == 0) {
+            try {
+                sendDropEventTo(pid);
+                _exit(EXIT_SUCCESS);
+            } catch (const std::exception& error) {
+                fprintf(stderr, "fboctl: %s\n", error.what());
+                _exit(EXIT_FAILURE);
+            }
+        }
+        int status = -1;
+        if (sender < 0 || waitpid(sender, &status, 0) != sender || status != 0) {
+            throw std::runtime_error("the drop event could not be sent");
+        }
     }
 
   private:
