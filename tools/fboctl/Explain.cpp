@@ -135,17 +135,20 @@ class Explainer {
 
     void takeLine(const LogEntry& entry) {
         const auto line = findMeaning(entry.text, entry.priority);
-        if (entry.process != 0) process_ = entry.process;
         const Role role = line ? line->meaning->role : Role::kDetail;
-        if (role == Role::kStart) {
+        // The worker that tells of the start may be late: what tells it for sure is the process.
+        const bool is_new = entry.process == 0 || entry.process != process_;
+        const bool is_start = role == Role::kStart || (entry.process != 0 && process_ != 0);
+        if (entry.process != 0) process_ = entry.process;
+        if (is_new && is_start) {
             cutShort();
-            tellService(std::exchange(started_, true) ? "service started again" : "service started",
-                        entry);
+            tellService(started_ ? "service started again" : "service started", entry);
         } else if (role == Role::kFatal) {
             addError(entry);
         } else if (role == Role::kVendor) {
             maker_ = findMaker(std::string(line->value));
         }
+        started_ = true;
         Call* const call = callOf(entry, line);
         if (call == nullptr) return;
         call->last = entry.time;
@@ -276,7 +279,7 @@ class Explainer {
     void close(std::map<Key, Call>::iterator open) {
         Call& call = open->second;
         Json::Value& event = call.event;
-        if (call.begin && call.last) event["seconds"] = *call.last - *call.begin;
+        addSeconds(call.begin, call.last, event);
         if (call.kind == "run") {
             describeRun(call.run, event);
         } else if (call.end != nullptr) {
@@ -293,6 +296,12 @@ class Explainer {
         }
         finish(event);
         calls_.erase(open);
+    }
+
+    /** Without a year, what lasts over its end has no length. */
+    static void addSeconds(std::optional<double> begin, std::optional<double> end,
+                           Json::Value& shown) {
+        if (begin && end && *begin <= *end) shown["seconds"] = *end - *begin;
     }
 
     void finish(Json::Value& event) {
@@ -339,7 +348,7 @@ class Explainer {
         if (!zone.ranges.empty()) shown["ranges"] = quote(zone.ranges);
         if (zone.before) shown["level_before"] = *zone.before;
         if (zone.after) shown["level_after"] = *zone.after;
-        if (zone.begin && zone.end) shown["seconds"] = *zone.end - *zone.begin;
+        addSeconds(zone.begin, zone.end, shown);
         if (zone.retries != 0) shown["retries"] = Json::UInt64(zone.retries);
         shown["result"] = zone.failed ? "failed" : zone.isMeasured() ? "done" : "not measured";
         if (zone.isMeasured()) {
@@ -374,6 +383,7 @@ class Explainer {
     std::optional<const Maker*> maker_;
     /** The last process that the service was. */
     int process_ = 0;
+    /** The service has been heard of. */
     bool started_ = false;
     bool is_own_crash_ = false;
     bool has_died_ = false;
