@@ -14,4 +14,10 @@ using LogSink = std::function<void(int priority, const char* tag, const char* te
  */
 void setLogSink(LogSink sink);
 
+/**
+ * Has every line that this process logs written to `file`, where a service's clients look for it,
+ * as logcat shows it: with its priority and tag; if `show`, also to the standard error.
+ */
+void logTo(int file, bool show);
+
 }  // namespace host

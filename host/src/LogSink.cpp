@@ -1,6 +1,11 @@
 #include "host/LogSink.h"
 
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include <android/log.h>
@@ -41,6 +46,24 @@ void setLogSink(LogSink sink) {
             deliver(record->priority, record->tag, text...);
         }
     });
+}
+
+void logTo(int file, bool show) {
+    setLogSink(
+            [file, show, start = time(nullptr)](int priority, const char* tag, const char* text) {
+                const char letter = "??VDIWEF"[priority & 7];
+                const std::string prefix = std::string(1, letter) + "/" + tag + ": ";
+                std::string lines = prefix;
+                for (const char* c = text; *c != '\0'; ++c) {
+                    lines += *c;
+                    if (*c == '\n') lines += prefix;
+                }
+                lines += '\n';
+                if (write(file, lines.data(), lines.size()) < 0) perror("the log");
+                if (!show) return;
+                fprintf(stderr, "%8ld s  %c %s: %s\n", static_cast<long>(time(nullptr) - start),
+                        letter, tag, text);
+            });
 }
 
 }  // namespace host

@@ -24,7 +24,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -141,25 +140,6 @@ class Directory {
     unique_fd fd_;
 };
 
-/** Writes the log as logcat shows it: each line with its priority and tag. */
-void logTo(int file, bool show) {
-    host::setLogSink(
-            [file, show, start = time(nullptr)](int priority, const char* tag, const char* text) {
-                const char letter = "??VDIWEF"[priority & 7];
-                const std::string prefix = std::string(1, letter) + "/" + tag + ": ";
-                std::string lines = prefix;
-                for (const char* c = text; *c != '\0'; ++c) {
-                    lines += *c;
-                    if (*c == '\n') lines += prefix;
-                }
-                lines += '\n';
-                if (write(file, lines.data(), lines.size()) < 0) perror("fboctl: the log");
-                if (!show) return;
-                fprintf(stderr, "%8ld s  %c %s: %s\n", static_cast<long>(time(nullptr) - start),
-                        letter, tag, text);
-            });
-}
-
 /** The phone: starts the service, and again when it has died. */
 class Phone {
   public:
@@ -228,7 +208,7 @@ class Phone {
         // As it is called on a phone, as far as there is room.
         prctl(PR_SET_NAME, "fbo@1.0-service");
         host::offerServiceAt(bindSocket());
-        logTo(log_.get(), options_.log);
+        host::logTo(log_.get(), options_.log);
         _exit(serviceMain());
     }
 
