@@ -1,42 +1,58 @@
 /*
- * The library against what a real kernel serves. scripts/vm-test boots one in an emulated machine,
- * and tests/vm/init lays out the phone there.
+ * The library and the service process against what a real kernel serves, and the reference driver
+ * in it. scripts/vm-test boots one in an emulated machine, and tests/vm/init lays out the phone
+ * there.
  */
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include <android-base/file.h>
 #include <android-base/properties.h>
+#include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
 #include "fbo/Fbo.h"
+#include "fbo/defrag/FboNodes.h"
+#include "fbo/eua/EuaNodes.h"
 #include "fbo/snapshot/BootLun.h"
 #include "fbo/snapshot/SnapshotNodes.h"
 #include "fbo/utils/Inquiry.h"
 #include "fbo/utils/Paths.h"
 #include "fbo/utils/Utils.h"
 #include "host/LogSink.h"
-#include "sim/Uevent.h"
+#include "host/Runtime.h"
 #include "tools/fboctl/FirstBlock.h"
 
 using namespace vendor::nivora::hardware::fbo::implementation;
 using namespace std::chrono_literals;
+using ::vendor::nivora::hardware::fbo::V1_0::IFbo;
+
+/** The main() of service/main.cpp, by another name in this program. */
+int serviceMain();
 
 namespace {
 
-// As tests/vm/init lays them out.
-const std::string kController = std::string(kQcomDriver) + "1d84000.ufshc";
-const std::string kSnapshot = kController + kSnapshotDirectory;
-const std::string kCtrl = kSnapshot + node::kSnapshotCtrl;
+const std::string kDriver = kQcomDriver;
+const std::string kFbo = kDriver + "ufshc.0" + kFboDirectory;
+const std::string kSnapshot = kDriver + "ufshc.0" + kSnapshotDirectory;
+const std::string kParameters = "/sys/module/nivora_ufs_trial/parameters/";
+/** What fboctl prints after a run on a device of SAMSUNG. */
+constexpr char kDone[] = "Fragmentation before: 49152, after: 12800\n";
 constexpr char kGcUrgent[] = "/sys/fs/f2fs/dm-1/gc_urgent";
 
 std::string read(const std::string& path) {
@@ -81,34 +97,68 @@ void plugIn(const std::string& parameters) {
     await("the disk", [] { return access("/dev/sda", F_OK) == 0; });
 }
 
-/** Changes what the snapshot driver says, in one step. */
-void setStatus(const std::string& status) {
-    run("cd " + kSnapshot + " && echo " + status + " >next && mv next " + node::kSnapshotStatus);
+/** Loads the driver in place of the one before. */
+void load(const std::string& parameters) {
+    run("rmmod nivora_ufs_trial 2>/dev/null; modprobe nivora_ufs_trial " + parameters);
 }
 
-/** The emulated phone, with one service for all cases. */
-struct Vm : testing::Test {
-    static void SetUpTestSuite() {
-        host::setLogSink([](int, const char*, const char* text) {
-            fprintf(stderr, "    %s\n", text);
-            if (strstr(text, "drop snapshot success in uevent") != nullptr) ++outcomes;
-            if (strstr(text, "so by pass") != nullptr) ++outcomes;
-        });
-        service = new Fbo;
-        service->incStrong(nullptr);
-        sim::awaitListeners(1);
-    }
+/** Stores a text as a whole or not at all; returns the error. */
+int store(const std::string& node, const std::string& text) {
+    const android::base::unique_fd fd(open(node.c_str(), O_WRONLY));
+    const ssize_t taken = ::write(fd.get(), text.data(), text.size());
+    EXPECT_TRUE(taken < 0 || static_cast<size_t>(taken) == text.size()) << taken;
+    return taken < 0 ? errno : 0;
+}
 
+/** What fboctl prints as a client of the service, and its exit status. */
+std::string fboctl(const std::string& arguments) {
+    run("{ fboctl " + arguments + " || echo status $?; } >/printed");
+    return read("/printed");
+}
+
+/** The service's process, on a phone of that name. */
+[[noreturn]] void becomeService(const char* phone) {
+    const std::string directory = host::phoneDirectory();
+    host::logTo(open((directory + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), true);
+    android::base::SetProperty("ro.product.device", phone);
+    sockaddr_un address{AF_UNIX, {}};
+    strcpy(address.sun_path, (directory + "/service").c_str());
+    unlink(address.sun_path);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) abort();
+    host::offerServiceAt(fd);
+    exit(serviceMain());
+}
+
+/** The service in a process of its own, for as long as this object lives. */
+class Service {
+  public:
+    explicit Service(const std::string& phone = "") : pid_(fork()) {
+        if (pid_ == 0) execl("/proc/self/exe", "service", phone.c_str(), nullptr);
+        await("the service", [this] { return (fbo_ = IFbo::tryGetService()) != nullptr; });
+    }
+    ~Service() {
+        kill(pid_, SIGKILL);
+        EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
+    }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    IFbo* operator->() const { return fbo_.get(); }
+
+  private:
+    const pid_t pid_;
+    android::sp<IFbo> fbo_;
+};
+
+struct Vm : testing::Test {
     void SetUp() override {
         ASSERT_EQ(access("/vm-test", F_OK), 0) << "only for the machine of scripts/vm-test";
     }
-
-    static inline Fbo* service = nullptr;
-    /** What has come of drop events. */
-    static inline std::atomic<int> outcomes{0};
 };
 
 TEST_F(Vm, AsksTheFileSystemBehindTheLinkForUrgentGc) {
+    const Service service;
     // What the node reads back is a matter of the kernel's version.
     write(kGcUrgent, "1\n");
     const std::string urgent = read(kGcUrgent);
@@ -137,9 +187,10 @@ TEST_F(Vm, IdentifiesTheDisk) {
     // clang-format on
     for (const auto& disk : kDisks) {
         SCOPED_TRACE(disk.vendor + disk.revision + disk.phone);
-        android::base::SetProperty("ro.product.device", disk.phone);
         plugIn("inq_vendor=" + disk.vendor + " inq_product=" + disk.product +
                " inq_rev=" + disk.revision);
+        load("");
+        const Service service(disk.phone);
         standard_inquiry info;
         EXPECT_EQ(getUfsInfo(info), 0);
         EXPECT_EQ(info.vendor_id + info.product_id + info.product_rev,
@@ -190,12 +241,6 @@ TEST_F(Vm, MeasuresTheFreeSpaceOfUserdata) {
     run("rm /data/user/0/file && mv /data/user /data/away");
     EXPECT_EQ(getUserFreeSpaceInfo(), 0);
     run("mv /data/away /data/user");
-    for (const auto& [gib, percent] :
-         {std::pair(31, 0), {32, 50}, {127, 99}, {1023, 99}, {1024, 0}}) {
-        run("mount -t tmpfs -o size=" + std::to_string(gib) + "g sized /data/user/0");
-        EXPECT_EQ(getUserFreeSpaceInfo(), percent) << gib;
-        run("umount /data/user/0");
-    }
 }
 
 /** Unlike a file, a block device does not grow. */
@@ -212,48 +257,127 @@ TEST_F(Vm, ABlockDeviceTooSmallForTheRecordIsAFailure) {
     run("mv " + partition + ".away " + partition);
 }
 
-/** Partition, vendor and driver in one call. */
-TEST_F(Vm, RecordsTheBootLunInABackup) {
+/** Partition, vendor and driver in one call; then the drop that the driver asks for. */
+TEST_F(Vm, TakesASnapshotAndDropsItWhenTheDriverSaysSo) {
     // Random bytes, without a record among them.
     std::string content = read(kGsortPartition);
     EXPECT_EQ(setBootlunInfo(), 107);
     EXPECT_TRUE(read(kGsortPartition) == content) << "changed though there is no record";
 
     plugIn("inq_vendor=KIOXIA");
+    load("backup_ms=1500 drop_ms=500 drop_event_ms=3000");
+    const Service service;
     content.replace(kBootLunRecordOffset, 8, "snapshot");
     write(kGsortPartition, content);
-    setStatus("complete_backup");
     EXPECT_TRUE(service->SnapShot_startBackup());
     // Only the protected boot LUN has changed, on the disk: nobody has had it open since.
     content.replace(kBootLunRecordOffset + 39, 4, content, kBootLunRecordOffset + 35, 4);
     EXPECT_TRUE(read(kGsortPartition) == content);
     EXPECT_EQ(read(kSnapshot + node::kDropFreeSize), "4194304\n");
-    EXPECT_EQ(read(kCtrl), "start\n");
+    // Events that are asked for are of no concern.
+    write("/sys/class/block/sda/uevent", "change 5f2b6a1e-0c1d-4c8e-9c54-1f6a3e0f7d21 UFS=DROP\n");
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(read(kSnapshot + node::kSnapshotStatus), "complete_backup\n");
+    await("the drop", [] { return read(kSnapshot + node::kSnapshotStatus) == "idle\n"; });
 }
 
-TEST_F(Vm, DropsTheSnapshotWhenTheKernelSaysSo) {
-    write(kCtrl, "");
-    setStatus("complete_backup");
-    // Events of disks that come and go, and one that is asked for, are of no concern. This maker's
-    // device takes its time over a drop, in which the test changes the status.
-    plugIn("inq_vendor=MICRON");
-    plugIn("inq_vendor=MICRON");
-    write("/sys/class/block/sda/uevent", "change 5f2b6a1e-0c1d-4c8e-9c54-1f6a3e0f7d21 UFS=DROP\n");
-    std::this_thread::sleep_for(1s);
-    EXPECT_EQ(read(kCtrl), "");
-
-    for (const int before : {0, 2}) {
-        sim::sendKernelUevent(sim::dropEvent());
-        await("the drop", [] { return read(kCtrl) == "stop\n"; });
-        write(kCtrl, "");
-        setStatus("idle");
-        await("its end", [&] { return outcomes == before + 1; });
-        setStatus("complete_backup");
-        sim::sendKernelUevent(sim::dropEvent());
-        await("the event", [&] { return outcomes == before + 2; });
-        EXPECT_EQ(read(kCtrl), "");
-        std::this_thread::sleep_for(4s);
+/** Once with each way of waiting: for analysis and optimisation, and for a list. */
+TEST_F(Vm, DefragmentsOnDevicesOfBothGenerations) {
+    plugIn("inq_vendor=SAMSUNG");
+    for (const char* const device : {"generation=40 analysis_ms=0", "generation=31 accept_ms=1"}) {
+        SCOPED_TRACE(device);
+        load(device);
+        const Service service;
+        // The second list is accepted at once.
+        run("{ sleep 9; echo 0 >" + kParameters + "accept_ms; } &");
+        EXPECT_EQ(fboctl("trigger 1,8,64,8"), kDone);
     }
 }
 
+TEST_F(Vm, LeavesNoListInForceThatIsNotWhole) {
+    load("max_lrc=0 analysis_ms=0 optimise_ms=0");
+    std::string cut;
+    while (cut.size() < 4096) cut += "100000,8,";
+    cut += "1,8\n";
+    const struct {
+        std::string list;
+        int error;
+    } kLists[] = {{"1,8\n", 0},    {"+1,8,64,8\n", 0},        {"1,8", EINVAL},
+                  {"1\n", EINVAL}, {"1,8,\n", EINVAL},        {"1,x\n", EINVAL},
+                  {cut, EINVAL},   {"2147483648,1\n", ERANGE}};
+    for (const auto& [list, error] : kLists) {
+        SCOPED_TRACE(list);
+        EXPECT_EQ(store(kFbo + node::kSendLrList, "64,8\n"), 0);
+        EXPECT_EQ(store(kFbo + node::kSendLrList, list), error);
+        EXPECT_EQ(store(kDriver + "ufshc.0" + kEuaDirectory + node::kEuaUnmap, list), error);
+        // Not on the list before.
+        EXPECT_EQ(store(kFbo + node::kOperationControl, "1\n"), error == 0 ? 0 : EINVAL);
+        EXPECT_EQ(read(kFbo + node::kProgState), error == 0 ? "2\n" : "0\n");
+        EXPECT_EQ(store(kFbo + node::kOperationControl, "0\n"), 0);
+    }
+    const Service service;
+    cut.pop_back();
+    EXPECT_EQ(fboctl("trigger " + cut),
+              "1 of 1 zones failed.\nFragmentation before: 0, after: 0\nstatus 1\n");
+}
+
+TEST_F(Vm, GoesOnAfterTheDriverWasUnbound) {
+    plugIn("inq_vendor=SAMSUNG");
+    load("analysis_ms=60000 optimise_ms=0");
+    const Service service;
+    run("{ fboctl trigger 1,8 || echo status $?; } >/stopped &");
+    const std::string state = kFbo + node::kProgState;
+    await("the analysis", [&] { return read(state) == "1\n"; });
+    const android::base::unique_fd held(open(state.c_str(), O_RDONLY));
+    const auto isDead = [&] {
+        char byte;
+        return pread(held.get(), &byte, 1, 0) < 0 && errno == ENODEV;
+    };
+    EXPECT_FALSE(isDead());
+    write(kDriver + "unbind", "ufshc.0");
+    EXPECT_TRUE(isDead());
+    EXPECT_NE(access(state.c_str(), F_OK), 0);
+    // The service looks in vain, and then at a node that stays dead.
+    std::this_thread::sleep_for(7s);
+    write(kDriver + "bind", "ufshc.0");
+    EXPECT_TRUE(isDead());
+    EXPECT_EQ(read(state), "0\n");
+    fboctl("stop");
+    await("the stop", [] { return read("/stopped").find("status 1") != std::string::npos; });
+    EXPECT_EQ(read("/stopped").find("Stopped after 1 zone"), 0u);
+    write(kParameters + "analysis_ms", "0");
+    EXPECT_EQ(fboctl("trigger 1,8"), kDone);
+}
+
+TEST_F(Vm, UsesOneOfThreeControllers) {
+    plugIn("inq_vendor=SAMSUNG");
+    load("controllers=3 analysis_ms=0 optimise_ms=0");
+    const Service service;
+    EXPECT_EQ(fboctl("trigger 1,8"), kDone);
+    bool is_first = true;
+    for (const auto& entry : std::filesystem::directory_iterator(kDriver)) {
+        if (entry.path().filename().string().find("ufs") == std::string::npos) continue;
+        EXPECT_EQ(read(entry.path().string() + kFboDirectory + node::kDebug),
+                  is_first ? "1\n" : "0\n");
+        is_first = false;
+    }
+}
+
+TEST_F(Vm, ServesAnotherUserForReadingAlone) {
+    load("");
+    ASSERT_EQ(seteuid(65534), 0);
+    for (const auto& [name, is_readable] :
+         {std::pair(node::kProgState, true), {node::kDebug, true}, {node::kSendLrList, false}}) {
+        EXPECT_EQ(eaccess((kFbo + name).c_str(), R_OK), is_readable ? 0 : -1) << name;
+        EXPECT_NE(eaccess((kFbo + name).c_str(), W_OK), 0) << name;
+    }
+    EXPECT_EQ(seteuid(0), 0);
+}
+
 }  // namespace
+
+int main(int argc, char** argv) {
+    if (strcmp(argv[0], "service") == 0) becomeService(argv[1]);
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
