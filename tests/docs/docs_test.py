@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Holds the documents against what they describe: docs/nodes.md against the nodes that simulated
-devices serve, and the log tables of docs/integration.md against the calls in the library's sources.
+devices and the reference driver serve, and the log tables of docs/integration.md against the calls in the library's sources.
 Takes the command that list_nodes is run by. Prints the differences: what begins with "-" is only in
 the document, what begins with "+" is not in it."""
 
@@ -12,6 +12,13 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 DEVICES = {"ufs40:samsung": "4.0", "ufs31:samsung": "3.1", "ufs40:micron,platform=mtk": "4.0"}
+
+# How the reference driver declares its nodes, and where each kind of group stands.
+ATTRIBUTE = re.compile(r"^(?:static DEVICE_ATTR_(RO|WO|RW)|(STATE|VALUE|NUMBER)_ATTR)\((\w+)", re.M)
+MODES = {"RO": "0444", "STATE": "0444", "VALUE": "0444", "WO": "0200", "RW": "0644",
+         "NUMBER": "0644"}
+GROUP = re.compile(r'\.name = "(\w+)",\s*\.attrs = (\w+)')
+CLASS_GROUP = "/sys/class/qe_memory/qe_memory_device/ufshcd0"
 
 # A call of one of the logging macros, with what of it the tables have.
 TEXT = r'"(?:[^"\\]|\\.)*"'
@@ -50,6 +57,20 @@ def served_nodes(command, device):
     listed = re.sub(r"/f2fs/dm-\d+/", "/f2fs/DM/", listed)
     others = r" (/(sys/bus|\.sim)/|CONTROLLER/(driver|power|subsystem|uevent)$)"
     return [line for line in listed.splitlines() if not re.search(others, line)]
+
+
+def driver_nodes(generation):
+    """The nodes of the reference driver by the names of the document."""
+    source = (ROOT / "driver/nivora_ufs_trial.c").read_text()
+    modes = {name: MODES[access or kind] for access, kind, name in ATTRIBUTE.findall(source)}
+    own = f"UFS{generation.replace('.', '')}_ATTRS"
+    own_members = re.search(rf"#define {own}((?:.*\\\n)+.*)", source)[1]
+    for group, attributes in GROUP.findall(source):
+        members = re.search(rf"\*{attributes}\[\] = {{(.*?)}};", source, re.DOTALL)[1]
+        members = members.replace(own, own_members)
+        directory = CLASS_GROUP if CLASS_GROUP.endswith(group) else f"CONTROLLER/{group}"
+        for name in re.findall(r"&dev_attr_(\w+)\.attr", members):
+            yield f"{modes[name]} {directory}/{name}"
 
 
 def documented_lines():
@@ -99,4 +120,9 @@ checks = [check("integration.md", lines, set(logged_lines(lines)), 100)]
 for device, generation in DEVICES.items():
     checks.append(check(f"nodes.md for {device}", documented_nodes(generation),
                         served_nodes(sys.argv[1:], device), 25))
+for generation in ("4.0", "3.1"):
+    documented = [node for node in documented_nodes(generation)
+                  if re.search(f" (CONTROLLER/ufs|{CLASS_GROUP})", node)]
+    checks.append(check(f"nodes.md for the driver of UFS {generation}", documented,
+                        list(driver_nodes(generation)), 20))
 sys.exit(not all(checks))
