@@ -203,13 +203,11 @@ static bool is_whole(const char *buf, size_t size)
 	return strchr(buf, '\n') == buf + size - 1;
 }
 
-/* If it fails, no list is left: a start that follows must not work on a list before. */
 static int parse_list(const char *buf, size_t size, struct range_list *list)
 {
 	char *text, *next, *start, *count;
 	int n = 0, err = 0;
 
-	list->count = 0;
 	if (!is_whole(buf, size))
 		return -EINVAL;
 	text = next = kstrndup(buf, size - 1, GFP_KERNEL);
@@ -249,6 +247,7 @@ static int take_list(struct trial_ufs *ufs, const char *buf, size_t size)
 		refuse_lists--;
 		err = -EIO;
 	}
+	/* A start that follows must not work on the list before. */
 	if (err)
 		ufs->list.count = 0;
 	if (generation == 31)
@@ -522,8 +521,10 @@ static struct attribute *snapshot_attrs[] = {
 static const struct attribute_group snapshot_group = { .name = "ufssnapshot",
 						       .attrs = snapshot_attrs };
 
-/* The driver core adds them after probe() and removes them, waiting for their callers, before the
- * rest of the device's end. */
+/*
+ * The driver core adds them after probe(). At the end it removes them first, and waits for those who
+ * are in one of the functions above.
+ */
 static const struct attribute_group *controller_groups[] = { &fbo_group, &eua_group,
 							      &snapshot_group, NULL };
 
