@@ -284,25 +284,41 @@ TEST_F(Vm, TakesASnapshotAndDropsItWhenTheDriverSaysSo) {
 /** Once with each way of waiting: for analysis and optimisation, and for a list. */
 TEST_F(Vm, DefragmentsOnDevicesOfBothGenerations) {
     plugIn("inq_vendor=SAMSUNG");
-    for (const char* const device : {"generation=40 analysis_ms=0", "generation=31 accept_ms=1"}) {
+    for (const auto& [device, failures] :
+         {std::pair("generation=40 analysis_ms=0", "0\n"),
+          std::pair("generation=31 analysis_ms=0 accept_ms=1", "1\n")}) {
         SCOPED_TRACE(device);
         load(device);
         const Service service;
         // The second list is accepted at once.
         run("{ sleep 9; echo 0 >" + kParameters + "accept_ms; } &");
         EXPECT_EQ(fboctl("trigger 1,8,64,8"), kDone);
+        // The list that is not accepted at once, and nothing because of its repetition.
+        EXPECT_EQ(read(kFbo + node::kErrorCount), failures);
+    }
+}
+
+TEST_F(Vm, PassesTheExerciseOfEachFeature) {
+    write("/data/exercised", std::string(64 << 10, 'x'));
+    sync();
+    for (const char* const device : {"generation=40", "generation=31"}) {
+        load(std::string(device) + " analysis_ms=0 optimise_ms=0 backup_ms=0");
+        for (const char* const feature : {"fbo", "eua --yes", "snapshot --yes"}) {
+            run(std::string("fboctl_phone exercise ") + feature + " /data/exercised >&2");
+        }
     }
 }
 
 TEST_F(Vm, LeavesNoListInForceThatIsNotWhole) {
     load("max_lrc=0 analysis_ms=0 optimise_ms=0");
-    std::string cut;
-    while (cut.size() < 4096) cut += "100000,8,";
+    // What comes of it in one store ends within the count of a range.
+    std::string cut = "10,22,";
+    while (cut.size() < 4096) cut += "100000,888,";
     cut += "1,8\n";
     const struct {
         std::string list;
         int error;
-    } kLists[] = {{"1,8\n", 0},    {"+1,8,64,8\n", 0},        {"1,8", EINVAL},
+    } kLists[] = {{"1,8\n", 0},    {"+1,8,64,8\n", 0},        {"1,88", EINVAL},
                   {"1\n", EINVAL}, {"1,8,\n", EINVAL},        {"1,x\n", EINVAL},
                   {cut, EINVAL},   {"2147483648,1\n", ERANGE}};
     for (const auto& [list, error] : kLists) {
