@@ -44,6 +44,8 @@ struct Pipe {
     std::string receive(size_t size) const {
         std::string bytes;
         for (char c; bytes.size() < size && read(ends[0], &c, 1) == 1;) bytes += c;
+        EXPECT_EQ(bytes.size(), size);
+        bytes.resize(size);
         return bytes;
     }
     int ends[2];
@@ -81,6 +83,8 @@ class HidlProcess : public testing::Test {
         ASSERT_NE(mkdtemp(directory_), nullptr);
         setenv("NIVORA_FBO_PHONE", directory_, 1);
         strcpy(address_.sun_path, (std::string(directory_) + "/service").c_str());
+        // Services are forked by a process that never has threads, other than this one.
+        if (fork() == 0) startServices();
     }
     void TearDown() override {
         end();
@@ -89,21 +93,7 @@ class HidlProcess : public testing::Test {
     }
 
     /** Starts a service of so many threads, in a process of its own. */
-    void start(size_t threads) {
-        unlink(address_.sun_path);
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(bind(fd, address(), sizeof(address_)), 0);
-        process_ = fork();
-        if (process_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            host::offerServiceAt(fd);
-            android::hardware::configureRpcThreadpool(threads, true);
-            const sp<IFbo> service = new Held(tell, go);
-            if (service->registerAsService() != android::OK) _exit(EXIT_FAILURE);
-            android::hardware::joinRpcThreadpool();
-        }
-        close(fd);
-    }
+    void start(int threads) { process_ = order(threads); }
     void end() {
         if (process_ <= 0) return;
         kill(process_, SIGKILL);
@@ -111,9 +101,8 @@ class HidlProcess : public testing::Test {
     }
     /** What the service's process ends with. */
     int await() {
-        int status = 0;
-        waitpid(std::exchange(process_, -1), &status, 0);
-        return status;
+        process_ = -1;
+        return order(0);
     }
 
     sockaddr* address() { return reinterpret_cast<sockaddr*>(&address_); }
@@ -122,6 +111,43 @@ class HidlProcess : public testing::Test {
     Pipe tell, go;
 
   private:
+    int order(int threads) {
+        orders_.send({reinterpret_cast<const char*>(&threads), sizeof(threads)});
+        int answer = 0;
+        memcpy(&answer, answers_.receive(sizeof(answer)).data(), sizeof(answer));
+        return answer;
+    }
+
+    /** Starts a service of so many threads, or waits for the end of the last one. */
+    [[noreturn]] void startServices() {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        pid_t last = -1;
+        for (int threads; read(orders_.ends[0], &threads, sizeof(threads)) == sizeof(threads);) {
+            int answer = 0;
+            if (threads == 0) {
+                waitpid(last, &answer, 0);
+            } else {
+                answer = last = fork();
+                if (last == 0) serve(threads);
+            }
+            answers_.send({reinterpret_cast<const char*>(&answer), sizeof(answer)});
+        }
+        _exit(EXIT_SUCCESS);
+    }
+
+    [[noreturn]] void serve(int threads) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        unlink(address_.sun_path);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(fd, address(), sizeof(address_)), 0);
+        host::offerServiceAt(fd);
+        android::hardware::configureRpcThreadpool(threads, true);
+        const sp<IFbo> service = new Held(tell, go);
+        if (service->registerAsService() == android::OK) android::hardware::joinRpcThreadpool();
+        _exit(EXIT_FAILURE);
+    }
+
+    Pipe orders_, answers_;
     char directory_[32] = "/tmp/hidl_process_XXXXXX";
     sockaddr_un address_{AF_UNIX, {}};
     pid_t process_ = -1;

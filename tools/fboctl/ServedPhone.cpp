@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -108,6 +109,8 @@ class Directory {
         } else if (mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) {
             fail(path_);
         }
+        // The command may have another working directory.
+        path_ = std::filesystem::absolute(path_);
         fd_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!fd_.ok()) fail(path_);
         struct stat attributes {};
