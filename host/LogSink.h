@@ -16,8 +16,14 @@ void setLogSink(LogSink sink);
 
 /**
  * Has every line that this process logs written to `file`, where a service's clients look for it,
- * as logcat shows it: with its priority and tag; if `show`, also to the standard error.
+ * as logcat's form threadtime shows it; if `show`, also to the standard error.
  */
 void logTo(int file, bool show);
+
+/**
+ * The tag of the line that a service logs when a thread of its own begins with a call from another
+ * process: the process id of the client. What the thread logs from there on is of that call.
+ */
+constexpr char kClientTag[] = "nivora_client";
 
 }  // namespace host

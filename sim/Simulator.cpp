@@ -200,9 +200,11 @@ Simulator::Simulator(std::string_view device) {
 
     if (geteuid() != 0) becomeRoot();
     if (unshare(CLONE_NEWNET) != 0) fail("the system allows no network namespace; try as root");
-    const unique_fd fuse = own(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
+    unique_fd fuse = own(open("/dev/fuse", O_RDWR | O_CLOEXEC), "/dev/fuse cannot be opened");
     const unique_fd root = own(makeFileSystem(fuse.get()), "fsmount");
     serve(fuse.get(), root.get(), profile, platform == "mtk");
+    // The device's process alone has it: when that ends, what it has not answered fails.
+    fuse.reset();
     enter(root.get());
 
     startClock([](unsigned seconds) { writeFile("/.sim/clock", std::to_string(seconds)); });

@@ -450,6 +450,20 @@ TEST(Fboctl, KeepsItsProgressInTheWidthOfTheTerminal) {
     EXPECT_EQ(run(many + " --json").output.find("zone 1"), std::string::npos);
 }
 
+/** Whatever it was started with, and whoever goes away meanwhile. */
+TEST(Fboctl, RunsBesideWhatMisbehaves) {
+    EXPECT_EQ(run("trap '' CHLD; exec " FBOCTL " --sim ufs40:samsung run sh -c 'exit 6'").status,
+              6);
+    const std::string ask = "for i in 1 2 3 4 5 6 7 8; do " FBOCTL " eua size; done > fboctl_sizes";
+    run(FBOCTL " --sim ufs40:samsung --log --trace run sh -c '" + ask + "' | head -c 1");
+    EXPECT_EQ(run("grep -c 65536 fboctl_sizes").output, "8\n") << "nobody reads the log any more";
+    EXPECT_PRED_FORMAT2(IsSubstring, "gone",
+                        run("rm -rf fboctl_tmp; mkdir fboctl_tmp; TMPDIR=fboctl_tmp " FBOCTL
+                            " --sim ufs40:samsung run sh -c 'kill -9 $PPID; "
+                            "while ls fboctl_tmp | grep -q nivora; do :; done; echo gone'")
+                                .output);
+}
+
 TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
     setenv("NIVORA_FBO_PHONE", "fboctl_phone", 1);
     EXPECT_PRED_FORMAT2(
@@ -467,11 +481,14 @@ TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
         EXPECT_PRED_FORMAT2(IsSubstring, "fboctl_phone is served already", run(serve).output);
         Running trigger("exec " FBOCTL " trigger 1,2,9,2");
         trigger.readUntil("zone 1 of 1");
+        // What the service says to somebody else is not of this run.
+        EXPECT_PRED_FORMAT2(IsSubstring, "did not take", run(FBOCTL " --raw trigger 1").output);
         EXPECT_EQ(run(FBOCTL " stop").output, "stop: sent\n");
         const Outcome stopped = trigger.finish();
         EXPECT_EQ(stopped.status, 1);
         EXPECT_PRED_FORMAT2(IsSubstring, "Stopped after 1 zone; the figures are partial.",
                             stopped.output);
+        EXPECT_EQ(stopped.output.find("did not take"), std::string::npos) << stopped.output;
 
         EXPECT_EQ(run(FBOCTL " version-ctrl V").output, "fboctl: the service has died\n");
         phone.readUntil("started again\n");

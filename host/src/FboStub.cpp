@@ -6,9 +6,11 @@
 
 #include "FboStub.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -22,9 +24,11 @@
 #include <thread>
 #include <utility>
 
+#include <android/log.h>
 #include <hidl/HidlTransportSupport.h>
 
 #include "Wire.h"
+#include "host/LogSink.h"
 #include "host/Runtime.h"
 
 namespace host {
@@ -42,8 +46,28 @@ using android::hardware::hidl_string;
 using android::hardware::Return;
 using vendor::nivora::hardware::fbo::V1_0::IFbo;
 
-/** So many connections at once: what the service opens itself must not fail for want of numbers. */
-constexpr int kConnections = 256;
+/** So many connections at once at the most, which is more than one client can make. */
+constexpr rlim_t kConnections = 4096;
+
+/**
+ * Has the process open more files than usual, so that clients who stall leave enough to others and
+ * to what the service opens itself. Returns how many connections there may be.
+ */
+int makeRoom() {
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+    return static_cast<int>(std::min(files.rlim_cur / 2, kConnections));
+}
+
+/** Tells the log's readers whose call the lines of this thread are from here on. */
+void logClient(int client) {
+    ucred other{};
+    socklen_t size = sizeof(other);
+    getsockopt(client, SOL_SOCKET, SO_PEERCRED, &other, &size);
+    __android_log_print(ANDROID_LOG_DEBUG, kClientTag, "%d", other.pid);
+}
 
 /** What the calls in progress share: the threads of the pool and the buffer of the requests. */
 class Pool {
@@ -204,6 +228,7 @@ void serve(const unique_fd& client) {
         sendReply(client.get(), Reply());
         awaitEnd(client.get());
     } else {
+        if (request.code > Code::kGetDebugInfo) logClient(client.get());
         const Answer answer = work(request, text);
         sendReply(client.get(), answer.reply, answer.text);
     }
@@ -211,6 +236,7 @@ void serve(const unique_fd& client) {
 
 void acceptClients() {
     std::atomic<int>& connections = runtime().connections;
+    const int limit = makeRoom();
     for (;;) {
         unique_fd client(accept4(runtime().socket, nullptr, nullptr, SOCK_CLOEXEC));
         if (!client.ok()) {
@@ -218,7 +244,7 @@ void acceptClients() {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
         }
-        if (connections >= kConnections) continue;
+        if (connections >= limit) continue;
         ++connections;
         try {
             std::thread([client = std::move(client), &connections]() mutable {

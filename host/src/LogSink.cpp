@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <string>
@@ -49,21 +50,27 @@ void setLogSink(LogSink sink) {
 }
 
 void logTo(int file, bool show) {
-    setLogSink(
-            [file, show, start = time(nullptr)](int priority, const char* tag, const char* text) {
-                const char letter = "??VDIWEF"[priority & 7];
-                const std::string prefix = std::string(1, letter) + "/" + tag + ": ";
-                std::string lines = prefix;
-                for (const char* c = text; *c != '\0'; ++c) {
-                    lines += *c;
-                    if (*c == '\n') lines += prefix;
-                }
-                lines += '\n';
-                if (write(file, lines.data(), lines.size()) < 0) perror("the log");
-                if (!show) return;
-                fprintf(stderr, "%8ld s  %c %s: %s\n", static_cast<long>(time(nullptr) - start),
-                        letter, tag, text);
-            });
+    setLogSink([file, show, start = time(nullptr)](int priority, const char* tag,
+                                                   const char* text) {
+        const char letter = "??VDIWEF"[priority & 7];
+        const time_t now = time(nullptr);
+        tm date{};
+        localtime_r(&now, &date);
+        char day[32];
+        strftime(day, sizeof(day), "%m-%d %H:%M:%S", &date);
+        char prefix[96];
+        snprintf(prefix, sizeof(prefix), "%s.000 %5d %5d %c %-8s: ", day, getpid(), gettid(),
+                 letter, tag);
+        std::string lines = prefix;
+        for (const char* c = text; *c != '\0'; ++c) {
+            lines += *c;
+            if (*c == '\n') lines += prefix;
+        }
+        lines += '\n';
+        if (write(file, lines.data(), lines.size()) < 0) perror("the log");
+        if (!show || strcmp(tag, kClientTag) == 0) return;
+        fprintf(stderr, "%8ld s  %c %s: %s\n", static_cast<long>(now - start), letter, tag, text);
+    });
 }
 
 }  // namespace host

@@ -65,8 +65,14 @@ bool isTrusted(int fd) {
 }  // namespace
 
 std::string phoneDirectory() {
-    if (const char* phone = getenv("NIVORA_FBO_PHONE")) return phone;
-    if (const char* run = getenv("XDG_RUNTIME_DIR")) return std::string(run) + "/nivora-fbo";
+    const auto variable = [](const char* name) -> std::string {
+        const char* const value = getenv(name);
+        return value == nullptr ? "" : value;
+    };
+    if (const std::string phone = variable("NIVORA_FBO_PHONE"); !phone.empty()) return phone;
+    if (const std::string run = variable("XDG_RUNTIME_DIR"); !run.empty()) {
+        return run + "/nivora-fbo";
+    }
     return "/tmp/nivora-fbo-" + std::to_string(geteuid());
 }
 

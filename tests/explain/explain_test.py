@@ -40,7 +40,8 @@ def log_of(device, *commands):
     """What the service logs at commands of fboctl, each line as its priority and its text."""
     script = "; ".join(f"{FBOCTL} {command} >&2" for command in commands)
     shown = fboctl(["--sim", device, "run", "sh", "-c", script + "; cat $NIVORA_FBO_PHONE/log"])
-    return [(line[0], line.partition(": ")[2]) for line in shown.splitlines()]
+    lines = [re.match(r"(?:\S+ +){4}(.) mem_fbo ?: (.*)", line) for line in shown.splitlines()]
+    return [line.groups() for line in lines if line]
 
 
 def threadtime(lines, thread=1240):

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -120,18 +121,37 @@ class ServedHost : public Platform {
     }
 
   private:
-    /** Hands on the lines that have come: "P/TAG: TEXT" each. */
+    /** Hands on the lines that have come, but for those of other clients' calls. */
     void handOn() const {
         if (log_ == nullptr || !reader_) return;
         clearerr(log_.get());
-        char* line = nullptr;
+        char* part = nullptr;
         size_t size = 0;
-        while (getline(&line, &size, log_.get()) > 0) {
-            line[strcspn(line, "\n")] = '\0';
-            const char* const text = strstr(line, ": ");
-            if (text != nullptr) reader_(line[0], text + 2);
+        while (getline(&part, &size, log_.get()) > 0) {
+            line_ += part;
+            // The rest of a line may still be on its way.
+            if (line_.back() != '\n') break;
+            line_.pop_back();
+            take(line_);
+            line_.clear();
         }
-        free(line);
+        free(part);
+    }
+
+    /** Takes a line as host::logTo() writes it. */
+    void take(const std::string& line) const {
+        int thread = 0;
+        int text = 0;
+        char priority = 0;
+        char tag[32];
+        const int found = sscanf(line.c_str(), "%*s %*s %*d %d %c %31[^: ] : %n", &thread,
+                                 &priority, tag, &text);
+        if (found != 3 || text == 0) return;
+        if (strcmp(tag, host::kClientTag) == 0) {
+            is_of_others_[thread] = atoi(line.c_str() + text) != getpid();
+        } else if (!is_of_others_[thread]) {
+            reader_(priority, line.c_str() + text);
+        }
     }
 
     struct Close {
@@ -141,6 +161,10 @@ class ServedHost : public Platform {
     const LogReader reader_;
     const std::unique_ptr<FILE, Close> log_;
     mutable std::mutex mutex_;
+    /** What has come of a line so far. */
+    mutable std::string line_;
+    /** Whose calls the service's threads are at; the one that waits for events is at nobody's. */
+    mutable std::map<int, bool> is_of_others_;
     std::condition_variable ending_;
     bool ended_ = false;
     std::thread follower_;

@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -59,13 +60,21 @@ constexpr int kNotFound = 127;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/** Signals that this process deals with itself, one after the other. */
+/**
+ * Signals that this process deals with itself, one after the other. One that it was started to
+ * ignore stays ignored, except for that of a child's end.
+ */
 class Signals {
   public:
     explicit Signals(std::initializer_list<int> signals) {
         sigemptyset(&signals_);
-        for (const int signal : signals) sigaddset(&signals_, signal);
-        sigprocmask(SIG_BLOCK, &signals_, &before_);
+        for (const int signal : signals) {
+            struct sigaction action {};
+            sigaction(signal, nullptr, &action);
+            if (signal == SIGCHLD || action.sa_handler != SIG_IGN) sigaddset(&signals_, signal);
+        }
+        child_before_ = signal(SIGCHLD, SIG_DFL);
+        block();
     }
     ~Signals() { letPass(); }
     Signals(const Signals&) = delete;
@@ -77,12 +86,26 @@ class Signals {
         }
         return signal;
     }
-    /** In a process forked from this one: signals are what they were before. */
-    void letPass() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    /** A signal that has come already and is to end this process; 0 if none has. */
+    int takeEnd() const {
+        sigset_t ends = signals_;
+        sigdelset(&ends, SIGCHLD);
+        const timespec now{};
+        return std::max(0, sigtimedwait(&ends, nullptr, &now));
+    }
+    void block() { sigprocmask(SIG_BLOCK, &signals_, &before_); }
+    /** Signals do what they did before; also for a process that is forked from this one. */
+    void letPass() const {
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+        signal(SIGCHLD, child_before_);
+    }
+    /** The same, but for those of children, whose end this process looks at. */
+    void letEndsPass() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
   private:
     sigset_t signals_;
     sigset_t before_;
+    sighandler_t child_before_;
 };
 
 /** Forks a process that gets `signal` when this one ends; 0 in that process. */
@@ -92,7 +115,8 @@ pid_t forkBound(int signal) {
     if (child < 0) fail("fork");
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, signal);
-        if (getppid() != parent) _exit(EXIT_FAILURE);
+        // One that had ended by then sends nothing any more.
+        if (getppid() != parent) raise(signal);
     }
     return child;
 }
@@ -101,46 +125,62 @@ pid_t forkBound(int signal) {
 class Directory {
   public:
     /** @param of_its_own a new one, that ends with this object. */
-    explicit Directory(bool of_its_own) : path_(host::phoneDirectory()), is_own_(of_its_own) {
-        if (is_own_) {
-            const char* place = getenv("TMPDIR");
-            path_ = std::string(place == nullptr ? "/tmp" : place) + "/nivora-fbo-XXXXXX";
-            if (mkdtemp(path_.data()) == nullptr) fail(path_);
-        } else if (mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) {
-            fail(path_);
-        }
+    explicit Directory(bool of_its_own)
         // The command may have another working directory.
-        path_ = std::filesystem::absolute(path_);
-        fd_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!fd_.ok()) fail(path_);
+        : path_(std::filesystem::absolute(of_its_own ? placeOfNew() : host::phoneDirectory())),
+          is_own_(of_its_own) {
+        if (path_.native().size() + strlen("/service") >= sizeof(sockaddr_un::sun_path)) {
+            throw std::runtime_error(path_.native() + " is too long a name");
+        }
+        std::string path = path_;
+        if (is_own_ ? mkdtemp(path.data()) == nullptr
+                    : mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+            fail(path);
+        }
+        path_ = path;
+        fd_ = openDirectory(path_, O_NOFOLLOW);
+        above_ = openDirectory(path_.parent_path(), 0);
         struct stat attributes {};
         if (fstat(fd_.get(), &attributes) != 0) fail(path_);
         if (attributes.st_uid != geteuid() || (attributes.st_mode & 077) != 0) {
-            throw std::runtime_error(path_ + " is not this user's alone");
+            throw std::runtime_error(path_.native() + " is not this user's alone");
         }
-        if (path_.size() + strlen("/service") >= sizeof(sockaddr_un::sun_path)) {
-            throw std::runtime_error(path_ + " is too long a name");
-        }
-        if (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
-            throw std::runtime_error(path_ + " is served already");
+        // One that has just ended may hold it for a moment.
+        for (int tries = 0; flock(fd_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
+            if (tries == 20) throw std::runtime_error(path_.native() + " is served already");
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
         setenv("NIVORA_FBO_PHONE", path_.c_str(), 1);
     }
+    /** By descriptors: the phone's process, which sees no path, does so if it is the last one. */
     ~Directory() {
         unlinkat(fd_.get(), "service", 0);
         unlinkat(fd_.get(), "log", 0);
-        if (is_own_) rmdir(path_.c_str());
+        if (is_own_) unlinkat(above_.get(), path_.filename().c_str(), AT_REMOVEDIR);
     }
     Directory(const Directory&) = delete;
     Directory& operator=(const Directory&) = delete;
 
-    const std::string& path() const { return path_; }
+    const std::string& path() const { return path_.native(); }
     int fd() const { return fd_.get(); }
 
   private:
-    std::string path_;
+    static std::string placeOfNew() {
+        const char* const place = getenv("TMPDIR");
+        return std::string(place == nullptr || *place == '\0' ? "/tmp" : place) +
+               "/nivora-fbo-XXXXXX";
+    }
+
+    static unique_fd openDirectory(const std::filesystem::path& path, int flags) {
+        unique_fd fd(open(path.c_str(), flags | O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!fd.ok()) fail(path);
+        return fd;
+    }
+
+    std::filesystem::path path_;
     const bool is_own_;
     unique_fd fd_;
+    unique_fd above_;
 };
 
 /** The phone: starts the service, and again when it has died. */
@@ -205,12 +245,17 @@ class Phone {
         if (service_ == 0) becomeService();
     }
 
-    /** An error here ends the service, as errors in it do. */
+    /** An error of the service ends it, as nobody catches it. */
     [[noreturn]] void becomeService() const noexcept {
         signals_.letPass();
         // As it is called on a phone, as far as there is room.
         prctl(PR_SET_NAME, "fbo@1.0-service");
-        host::offerServiceAt(bindSocket());
+        try {
+            host::offerServiceAt(bindSocket());
+        } catch (const std::exception& error) {
+            fprintf(stderr, "fboctl: %s\n", error.what());
+            _exit(EXIT_FAILURE);
+        }
         host::logTo(log_.get(), options_.log);
         _exit(serviceMain());
     }
@@ -253,8 +298,7 @@ class PhoneProcess {
     PhoneProcess(const PhoneProcess&) = delete;
     PhoneProcess& operator=(const PhoneProcess&) = delete;
 
-    /** Whether the service can be called; false if the phone has ended, or the user wants an end.
-     */
+    /** Whether the service can be called; false if the phone has ended. */
     bool awaitService() {
         const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (IFbo::tryGetService() == nullptr) {
@@ -274,8 +318,12 @@ class PhoneProcess {
 
     /** Ends it, unless it has ended; returns what with. */
     int end() {
-        if (pid_ > 0 && kill(pid_, SIGTERM) == 0) waitpid(pid_, &status_, 0);
-        pid_ = -1;
+        if (pid_ > 0) kill(pid_, SIGTERM);
+        const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!hasEnded()) {
+            if (std::chrono::steady_clock::now() > patience) kill(pid_, SIGKILL);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         return status();
     }
 
@@ -304,10 +352,14 @@ pid_t startCommand(const std::vector<std::string>& command, const Signals& signa
 int awaitCommand(pid_t command, const Signals& signals, PhoneProcess& phone) {
     for (;;) {
         const siginfo_t signal = signals.await();
-        // What comes from the terminal comes to the command, too.
-        if (signal.si_signo != SIGCHLD && signal.si_code <= 0) kill(command, signal.si_signo);
+        // What is typed at the terminal comes to the command, too; its end only to the first.
+        if (signal.si_signo == SIGHUP || (signal.si_signo != SIGCHLD && signal.si_code <= 0)) {
+            kill(command, signal.si_signo);
+        }
         int status = 0;
-        if (waitpid(command, &status, WNOHANG) == command) return statusOf(status);
+        const pid_t ended = waitpid(command, &status, WNOHANG);
+        if (ended == command) return statusOf(status);
+        if (ended < 0) fail("the command");
         phone.hasEnded();
     }
 }
@@ -316,17 +368,24 @@ int awaitCommand(pid_t command, const Signals& signals, PhoneProcess& phone) {
 
 int servePhone(const SimOptions& sim, const ServeOptions& options) {
     if (sim.device.empty()) throw std::invalid_argument("run and serve need --sim");
+    Signals signals{SIGCHLD, SIGINT, SIGTERM, SIGHUP};
     const Directory directory(!options.command.empty());
-    const Signals signals{SIGCHLD, SIGINT, SIGTERM, SIGHUP};
     const pid_t pid = forkBound(SIGTERM);
     if (pid == 0) {
         // What is typed at the terminal is for the user's command.
         setsid();
+        // A reader of log or trace that goes away ends neither service nor device.
+        signal(SIGPIPE, SIG_IGN);
         return Phone(sim, options, directory.fd(), signals).keepUp();
     }
     PhoneProcess phone(pid);
-    if (!phone.awaitService()) return phone.status();
+    // Until then a signal ends this process, and the phone with it.
+    signals.letEndsPass();
+    const bool is_up = phone.awaitService();
+    signals.block();
+    if (!is_up) return phone.status();
     if (!options.command.empty()) {
+        if (const int signal = signals.takeEnd()) return kSignalled + signal;
         const int status = awaitCommand(startCommand(options.command, signals), signals, phone);
         const int ended = phone.end();
         return status == EXIT_SUCCESS ? ended : status;
