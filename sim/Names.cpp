@@ -34,7 +34,10 @@ std::string didYouMean(std::string_view name, const std::set<std::string>& known
     std::vector<std::string> names;
     for (const std::string& other : known) {
         const size_t away = distance(name, other);
-        if (away > nearest) continue;
+        // With no letter in common it is another name.
+        if (away > nearest || other.size() < 2 || away >= std::min(name.size(), other.size())) {
+            continue;
+        }
         if (away < nearest) names.clear();
         nearest = away;
         names.push_back(other);

@@ -204,6 +204,8 @@ void Server::apply(std::string_view assignment) {
         device_.partition().resize(size);
     } else if (key == "userdata") {
         device_.linkUserdata(std::string(value));
+    } else if (!Settings::knows(key) && !key.empty() && !findNodes(key).empty()) {
+        throw std::invalid_argument("this is a node; did you mean node." + key + "=?");
     } else {
         device_.settings().set(key, value);
         device_.applySettings(key);
@@ -250,15 +252,16 @@ void Server::countStore(const std::string& path) {
     for (const std::string& assignment : assignments) set(assignment);
 }
 
+Tree::Paths Server::findNodes(const std::string& name) const {
+    Tree::Paths paths = tree_.find(name);
+    // The controls are no nodes.
+    paths.erase(std::remove_if(paths.begin(), paths.end(), isControl), paths.end());
+    return paths;
+}
+
 Tree::Paths Server::find(const std::string& name) const {
     if (name.empty()) throw std::invalid_argument("the name of a node is missing");
-    // The controls are no nodes.
-    const auto without_controls = [this](const std::string& sought) {
-        Tree::Paths paths = tree_.find(sought);
-        paths.erase(std::remove_if(paths.begin(), paths.end(), isControl), paths.end());
-        return paths;
-    };
-    if (Tree::Paths paths = without_controls(name); !paths.empty()) return paths;
+    if (Tree::Paths paths = findNodes(name); !paths.empty()) return paths;
     for (const Profile& other : profiles()) {
         Tree tree;
         const Device device(other, mtk_, tree);
@@ -268,7 +271,7 @@ Tree::Paths Server::find(const std::string& name) const {
         }
     }
     std::set<std::string> names;
-    for (const std::string& path : without_controls("")) names.insert(nameOf(path));
+    for (const std::string& path : findNodes("")) names.insert(nameOf(path));
     throw std::invalid_argument("no node is called " + name + didYouMean(nameOf(name), names));
 }
 

@@ -48,6 +48,8 @@ class Server {
     void applyAfter(const std::string& node_and_number, std::string_view assignment);
     /** The paths of what the user calls `name`; throws if there is nothing. */
     Tree::Paths find(const std::string& name) const;
+    /** The same, but nothing if there are none. */
+    Tree::Paths findNodes(const std::string& name) const;
     /** Applies what was to be applied after this store to `path`. */
     void countStore(const std::string& path);
     /** Adds a line to the trace, if "record" is set, and prints it, if "print" is set. */

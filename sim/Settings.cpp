@@ -164,6 +164,11 @@ void Settings::set(std::string_view name, std::string_view value) {
     series_.at(key.name) = Series::parse(value, key.least, mostOf(key, profile_));
 }
 
+bool Settings::knows(std::string_view name) {
+    return std::any_of(std::begin(kKeys), std::end(kKeys),
+                       [&](const Key& key) { return name == key.name; });
+}
+
 std::string Settings::describe() {
     std::string text;
     for (const Key& key : kKeys) {

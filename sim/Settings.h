@@ -51,6 +51,9 @@ class Settings {
     /** The keys with what they mean, a line each, for a help text. */
     static std::string describe();
 
+    /** Whether there is a setting of this name. */
+    static bool knows(std::string_view name);
+
   private:
     static std::map<std::string, Series, std::less<>> defaults();
 

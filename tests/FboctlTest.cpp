@@ -160,6 +160,8 @@ TEST(Fboctl, RefusesSettingsThatDoNothing) {
     const struct { const char *device, *reason; } kRows[] = {
             {"ufs40:samsun", "is called \"ufs40:samsun\"; did you mean ufs40:samsung?"},
             {"ufs40:wdc,analysi=3", "no setting \"analysi\"; did you mean analysis?"},
+            {"ufs40:wdc,fbo_support=0", "this is a node; did you mean node.fbo_support=?"},
+            {"ufs40:wdc,node.xy=0", "no node is called xy\n"},
             {"ufs40:wdc,colour=red", "colour=red: the device has no setting \"colour\"\n"},
             {"ufs31:wdc,mapping=3", "this does nothing on ufs31:wdc, only on UFS 4.0"},
             {"ufs40:wdc,accept=3", "only on UFS 3.1"},
