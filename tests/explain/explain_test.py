@@ -208,8 +208,32 @@ def test_any_bytes_in_bounded_memory():
 def test_usage_and_the_tables_of_the_guide():
     for arguments in ["nowhere"], ["/"], ["-", "--html", "/nowhere/x"]:
         fboctl(["explain", *arguments], "", (2,))
+    assert fboctl(["explain", "--json", "nowhere"], "", (2,)) == ""
+    broken = json.loads(fboctl(["explain", "--json", "/"], "", (2,)))
+    assert broken == {"events": [], "error": "/: Is a directory"}, broken
     assert fboctl(["explain"], "I/other: x\n", (1,)).strip() == ""
     assert GUIDE.read_text().endswith(fboctl(["explain", "--table"])), "see explain --table"
+
+
+def test_page_takes_its_place_when_it_is_whole():
+    text = "\n".join(threadtime(log_of("ufs40:wdc", "trigger 1,8")))
+    log, page, link = (pathlib.Path("explain_" + name) for name in ("log", "page", "link"))
+    log.write_text(text)
+    fboctl(["explain", "--html", str(log), str(log)], "", (2,))
+    assert log.read_text() == text
+    page.write_text("old")
+    page.chmod(0o640)
+    link.unlink(missing_ok=True)
+    link.symlink_to(page)
+    for source, status in ("nowhere", 2), ("/", 2), ("/dev/null", 1), (str(log), 0):
+        assert page.read_text() == "old"
+        fboctl(["explain", "--html", str(link), source], "", (status,))
+    assert link.is_symlink() and page.read_text().endswith("</html>\n")
+    assert page.stat().st_mode & 0o777 == 0o640
+    assert not pathlib.Path("explain_page.new").exists()
+    # What is no file is written at once; what does not fit is no success.
+    fboctl(["explain", "--html", "/dev/full", str(log)], "", (1,))
+    assert pathlib.Path("/dev/full").is_char_device()
 
 
 def look_at_page():

@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -404,11 +405,27 @@ bool readLine(FILE* file, std::string& line) {
     return c != EOF || !line.empty();
 }
 
-void readAll(const std::string& name, Explainer& explainer) {
-    const auto fail = [&] { throw UsageError(name + ": " + strerror(errno)); };
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(
-            name == "-" ? fdopen(dup(STDIN_FILENO), "re") : fopen(name.c_str(), "re"), fclose);
-    if (file == nullptr) fail();
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+[[noreturn]] void fail(const std::string& name) {
+    throw UsageError(name + ": " + strerror(errno));
+}
+
+File openLog(const std::string& name) {
+    File file(name == "-" ? fdopen(dup(STDIN_FILENO), "re") : fopen(name.c_str(), "re"), fclose);
+    if (file == nullptr) fail(name);
+    return file;
+}
+
+/** Whether the open file is the regular file in this place. */
+bool isAt(const File& file, const std::string& path) {
+    struct stat opened {};
+    struct stat found {};
+    return fstat(fileno(file.get()), &opened) == 0 && stat(path.c_str(), &found) == 0 &&
+           S_ISREG(found.st_mode) && opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+}
+
+void readAll(const File& file, const std::string& name, Explainer& explainer) {
     LogForms forms;
     size_t bytes = 0;
     auto told = std::chrono::steady_clock::now();
@@ -420,7 +437,7 @@ void readAll(const std::string& name, Explainer& explainer) {
         told = now;
         fprintf(stderr, "fboctl: %zu MB read\n", bytes / 1000000);
     }
-    if (ferror(file.get()) != 0) fail();
+    if (ferror(file.get()) != 0) fail(name);
     explainer.end();
 }
 
@@ -431,9 +448,17 @@ ExitStatus explain(const Options& options) {
         printf("%s", describeLog().c_str());
         return kDone;
     }
+    const std::string name = options.arguments.empty() ? "-" : options.arguments[0];
+    const File file = openLog(name);
+    if (isAt(file, options.html)) throw UsageError("--html names the log itself");
     ExplainReport report(options.json, options.html);
     Explainer explainer([&](const Json::Value& event) { report.take(event); });
-    readAll(options.arguments.empty() ? "-" : options.arguments[0], explainer);
+    try {
+        readAll(file, name, explainer);
+    } catch (const UsageError& error) {
+        report.breakOff(error.what());
+        throw;
+    }
     return report.finish() ? kDone : kNo;
 }
 

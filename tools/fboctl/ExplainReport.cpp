@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
+#include <system_error>
 
 #include <android-base/strings.h>
 
@@ -12,6 +13,8 @@
 namespace fboctl {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 using android::base::StringReplace;
 
@@ -116,10 +119,27 @@ void add(Json::Value& sum, const Json::Value& number) {
 }  // namespace
 
 ExplainReport::ExplainReport(bool json, const std::string& html) : json_(json) {
-    if (!html.empty()) page_.open(html);
-    if (!page_) throw UsageError(html + " cannot be written");
-    if (page_.is_open()) page_ << kPageBegin;
+    if (!html.empty()) {
+        std::error_code error;
+        // Where a link points, so that the link stays.
+        html_ = fs::weakly_canonical(html, error);
+        if (html_.empty()) html_ = html;
+        written_ = html_;
+        if (!fs::exists(html_, error) || fs::is_regular_file(html_, error)) written_ += ".new";
+        page_.open(written_);
+        if (!page_) throw UsageError(html + " cannot be written");
+        if (written_ != html_ && fs::exists(html_, error)) {
+            fs::permissions(written_, fs::status(html_, error).permissions(), error);
+        }
+        page_ << kPageBegin;
+    }
     show("", "{\"events\": [");
+}
+
+ExplainReport::~ExplainReport() {
+    std::error_code error;
+    // What is still there is not whole.
+    if (written_ != html_) fs::remove(written_, error);
 }
 
 void ExplainReport::show(const std::string& text, const std::string& data) {
@@ -161,10 +181,27 @@ bool ExplainReport::finish() {
     }
     show(text, "\n],\n\"days\": " + compact(days) + "}");
     if (json_) printf("\n");
-    if (page_.is_open()) page_ << kPageEnd << std::flush;
-    if (!page_) throw UsageError("the page cannot be written");
-    if (events_ == 0) fprintf(stderr, "fboctl: no call of the service is in there\n");
-    return events_ != 0 && failures_ == 0;
+    if (events_ == 0) {
+        fprintf(stderr, "fboctl: no call of the service is in there%s\n",
+                html_.empty() ? "" : "; no page is written");
+        return false;
+    }
+    return finishPage() && failures_ == 0;
+}
+
+void ExplainReport::breakOff(const std::string& reason) {
+    if (json_) printf("\n],\n\"error\": %s}\n", compact(reason).c_str());
+}
+
+bool ExplainReport::finishPage() {
+    if (html_.empty()) return true;
+    page_ << kPageEnd;
+    page_.close();
+    std::error_code error;
+    if (page_ && written_ != html_) fs::rename(written_, html_, error);
+    if (page_ && !error) return true;
+    fprintf(stderr, "fboctl: %s cannot be written\n", html_.c_str());
+    return false;
 }
 
 }  // namespace fboctl
