@@ -77,6 +77,9 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
              "248832, after: 4864\nOf the zones that were measured, before: 124416, after: 4864"},
             {"ufs31:kioxia,ranges=2,optimise_end=9/-1 --json trigger 8,8,64,8,100,8,200,8", 1,
              "\"unmeasured_zones\" : 1"},
+            {"ufs40:micron,analysis_end=9 --json trigger 1,2", 1, "\"measured\" : null"},
+            {"ufs40:micron trigger - <&-", 2, "standard input: Bad file"},
+            {"ufs40:micron --raw trigger - </", 2, "standard input: Is a directory"},
             {"ufs40:micron,mapping_end=9 trigger 1,2", 1, "The linear mapping failed."},
             {"ufs40:micron --raw trigger 1", 1, "did not take the request"},
             {"ufs40:micron --log --raw trigger 1,29", 0, "lba is: 1,2 ."},
@@ -249,7 +252,7 @@ TEST(Fboctl, DefragmentsFiles) {
               "fboctl_files/empty \nfboctl_files/holes \nfboctl_files/sub/plain \n"
               "fboctl_files/x\\x1b\\xff 66626f63746c5f66696c65732f781bff\n"
               "/dev/null not a regular file\nnowhere No such file or directory\n");
-    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.status, 1);
     uint64_t blocks = 0;
     for (const Json::Value& range : files[2]["ranges"]) {
         EXPECT_GT(range[0].asUInt64(), 1000000000000u);
@@ -266,6 +269,17 @@ TEST(Fboctl, DefragmentsFiles) {
     // The file with holes has four ranges.
     EXPECT_PRED_FORMAT2(IsSubstring, "holes\n1 file, 4 ranges in 2 zones\n",
                         run(dry + "--min-extents 1 --limit 2").output);
+    // What cannot be read is counted apart, and so is what would lie behind the last block.
+    for (const char* rest : {"--min-size 9K nowhere", "--min-size 9K --json nowhere"}) {
+        const Outcome partial = run(dry + rest);
+        EXPECT_EQ(partial.status, 1);
+        EXPECT_PRED_FORMAT2(IsSubstring, "nowhere", partial.output);
+    }
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n1 file, 4 ranges in 2 zones; 1 not read\n",
+                        run(dry + "--min-size 9K nowhere").output);
+    const Outcome behind = run(dry + "--first-block 18446744073709551615");
+    EXPECT_EQ(behind.status, 1);
+    EXPECT_PRED_FORMAT2(IsSubstring, "holes: does not fit on a unit", behind.output);
     // Where it does not fit, smaller ones do.
     EXPECT_PRED_FORMAT2(IsSubstring, "plain\n1 file, 1 range in 1 zone\n",
                         run(dry + "--min-extents 1 --limit 1").output);
@@ -273,6 +287,34 @@ TEST(Fboctl, DefragmentsFiles) {
     std::istringstream(run(command).output) >> again;
     EXPECT_LT(again["before"].asInt(), result["before"].asInt());
     EXPECT_EQ(again["before"], result["after"]);
+}
+
+/** A name is shown as it is only if no terminal obeys it, and none takes it for another one. */
+TEST(Fboctl, ShowsNamesOfFiles) {
+    // The name, which begins with "e-acute", as printf takes it, and as it is shown.
+    // clang-format off
+    const struct { const char *name, *shown; } kRows[] = {
+            {"\\302\\240", "\u00e9\u00a0"}, {"\\302\\205", "\u00e9\\xc2\\x85"},
+            {"\\342\\200\\251", "\u00e9\u2029"}, {"\\342\\200\\256", "\u00e9\\xe2\\x80\\xae"},
+            {"\\342\\201\\251", "\u00e9\\xe2\\x81\\xa9"}, {"\\342\\201\\252", "\u00e9\u206a"},
+            {"\\340\\240\\200", "\u00e9\u0800"}, {"\\340\\237\\277", "\\xc3\\xa9\\xe0\\x9f\\xbf"},
+            {"\\355\\237\\277", "\u00e9\ud7ff"}, {"\\355\\240\\200", "\\xc3\\xa9\\xed\\xa0\\x80"},
+            {"\\360\\220\\200\\200", "\u00e9\U00010000"},
+            {"\\360\\217\\277\\277", "\\xc3\\xa9\\xf0\\x8f\\xbf\\xbf"},
+            {"\\364\\217\\277\\277", "\u00e9\U0010ffff"},
+            {"\\364\\220\\200\\200", "\\xc3\\xa9\\xf4\\x90\\x80\\x80"},
+            {"\\342\\202", "\\xc3\\xa9\\xe2\\x82"}, {"\\342\\202x", "\\xc3\\xa9\\xe2\\x82x"},
+    };
+    // clang-format on
+    for (const auto& row : kRows) {
+        const std::string output =
+                run("rm -rf fboctl_names && mkdir fboctl_names && "
+                    "touch \"$(printf 'fboctl_names/\\303\\251" +
+                    std::string(row.name) +
+                    ".')\"; " FBOCTL " --sim ufs40:wdc --dry-run defrag fboctl_names")
+                        .output;
+        EXPECT_PRED_FORMAT2(IsSubstring, "fboctl_names/" + std::string(row.shown) + ".", output);
+    }
 }
 
 /** A state that cannot be used or kept, and output that nobody gets, are failures. */

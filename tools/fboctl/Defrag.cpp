@@ -3,13 +3,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <android-base/file.h>
@@ -26,37 +29,66 @@ namespace fboctl {
 
 namespace {
 
-/** Whether the name is one that JSON, or a terminal, can have. */
-bool isUtf8(const std::string& name) {
-    size_t to_come = 0;
-    for (const unsigned char c : name) {
-        if ((c & 0xc0) == 0x80) {
-            if (to_come-- == 0) return false;
-        } else if (to_come > 0) {
-            return false;
-        } else {
-            to_come = c < 0x80               ? 0
-                      : c < 0xc2 || c > 0xf4 ? SIZE_MAX
-                      : c < 0xe0             ? 1
-                      : c < 0xf0             ? 2
-                                             : 3;
-        }
-        if (to_come == SIZE_MAX) return false;
+/** A character: its number, and how many bytes it takes in UTF-8. */
+struct Character {
+    char32_t number;
+    size_t size;
+};
+
+/** The character that `text`, which is not empty, begins with; nothing if it is no UTF-8. */
+std::optional<Character> firstCharacter(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    const size_t size = first < 0x80   ? 1
+                        : first < 0xc0 ? 0
+                        : first < 0xe0 ? 2
+                        : first < 0xf0 ? 3
+                        : first < 0xf8 ? 4
+                                       : 0;
+    if (size == 0 || size > text.size()) return {};
+    char32_t number = size == 1 ? first : first & (0x7f >> size);
+    for (const char c : text.substr(1, size - 1)) {
+        if ((c & 0xc0) != 0x80) return {};
+        number = number << 6 | (c & 0x3f);
     }
-    return to_come == 0;
+    // The least number that takes so many bytes.
+    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool is_surrogate = number >= 0xd800 && number <= 0xdfff;
+    if (number < kLeast[size] || number > 0x10ffff || is_surrogate) return {};
+    return Character{number, size};
+}
+
+/** Whether the name is one that JSON, or a terminal, can have. */
+bool isUtf8(std::string_view name) {
+    while (!name.empty()) {
+        const auto character = firstCharacter(name);
+        if (!character) return false;
+        name.remove_prefix(character->size);
+    }
+    return true;
+}
+
+/** Whether a terminal obeys the character, or turns the direction of writing at it. */
+bool isControl(char32_t number) {
+    return number < 0x20 || (number >= 0x7f && number <= 0x9f) ||
+           (number >= 0x202a && number <= 0x202e) || (number >= 0x2066 && number <= 0x2069);
 }
 
 /** A name without control characters and, if it is no UTF-8, without what is no ASCII. */
-std::string shown(const std::string& name) {
+std::string shown(std::string_view name) {
     const bool is_text = isUtf8(name);
     std::string text;
-    for (const char c : name) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (iscntrl(byte) != 0 || (byte >= 0x80 && !is_text)) {
-            android::base::StringAppendF(&text, "\\x%02x", byte);
+    while (!name.empty()) {
+        const auto byte = static_cast<unsigned char>(name[0]);
+        const Character character = is_text ? *firstCharacter(name) : Character{byte, 1};
+        const std::string_view bytes = name.substr(0, character.size);
+        if (isControl(character.number) || (byte >= 0x80 && !is_text)) {
+            for (const unsigned char c : bytes) {
+                android::base::StringAppendF(&text, "\\x%02x", c);
+            }
         } else {
-            text += c;
+            text += bytes;
         }
+        name.remove_prefix(character.size);
     }
     return text;
 }
@@ -65,7 +97,8 @@ void printTable(const std::vector<FileExtents>& files) {
     printf("%8s %10s %12s  %s\n", "extents", "blocks", "first block", "file");
     for (const FileExtents& file : files) {
         if (!file.error.empty()) {
-            fprintf(stderr, "fboctl: %s: %s\n", shown(file.path).c_str(), file.error.c_str());
+            fprintf(stderr, "fboctl: %s: %s\n", shown(file.path.string()).c_str(),
+                    file.error.c_str());
             continue;
         }
         uint64_t blocks = 0;
@@ -73,7 +106,8 @@ void printTable(const std::vector<FileExtents>& files) {
         const std::string first =
                 file.ranges.empty() ? "-" : std::to_string(file.ranges.front().start);
         printf("%8zu %10llu %12s  %s\n", file.ranges.size(),
-               static_cast<unsigned long long>(blocks), first.c_str(), shown(file.path).c_str());
+               static_cast<unsigned long long>(blocks), first.c_str(),
+               shown(file.path.string()).c_str());
     }
     fflush(stdout);
 }
@@ -153,7 +187,7 @@ void showJson(const RunResult& run, Json::Value result) {
     result["failed_zones"] = zones(run.failed_zones);
     result["unmeasured_zones"] = zones(run.unmeasured_zones);
     result["measured"] = Json::Value::null;
-    if (run.measured) {
+    if (run.measured && run.zones > run.failed_zones + run.unmeasured_zones) {
         result["measured"]["before"] = Json::Int64{run.measured->before};
         result["measured"]["after"] = Json::Int64{run.measured->after};
     }
@@ -178,8 +212,8 @@ ExitStatus runAndShow(const Options& options, const Session& session, Progress& 
 /** The ranges that the user gave, as the service wants them. */
 std::string readRequest(const Options& options) {
     std::string request = options.arguments[0];
-    if (request == "-") {
-        android::base::ReadFdToString(STDIN_FILENO, &request);
+    if (request == "-" && !android::base::ReadFdToString(STDIN_FILENO, &request)) {
+        throw UsageError(std::string("standard input: ") + strerror(errno));
     }
     if (options.raw) return request;
     request.erase(std::remove_if(request.begin(), request.end(),
@@ -270,6 +304,9 @@ ExitStatus defrag(const Options& options) {
     const std::vector<BlockRange> ranges = joinRanges(files);
     std::string request;
     appendRanges(request, ranges);
+    const size_t unread = std::count_if(files.begin(), files.end(), [](const FileExtents& file) {
+        return !file.error.empty();
+    });
     Json::Value result;
     if (options.json) {
         result["files"] = describe(files);
@@ -278,18 +315,20 @@ ExitStatus defrag(const Options& options) {
                 zone.isKnown() ? Json::UInt64{zone.zonesOf(ranges.size())} : Json::Value::null;
     } else {
         printTable(files);
-        printf("%s, %s in %s\n", counted(files.size(), "file").c_str(),
+        printf("%s, %s in %s%s\n", counted(files.size() - unread, "file").c_str(),
                counted(ranges.size(), "range").c_str(),
                zone.isKnown() ? counted(zone.zonesOf(ranges.size()), "zone").c_str()
-                              : "a number of zones that is not known");
+                              : "a number of zones that is not known",
+               unread == 0 ? "" : ("; " + std::to_string(unread) + " not read").c_str());
         fflush(stdout);
     }
     if (request.empty() || options.dry_run) {
         if (options.json) printJson(result);
         if (request.empty()) fprintf(stderr, "fboctl: none of this lies in blocks of the unit\n");
-        return request.empty() ? kNo : kDone;
+        return request.empty() || unread > 0 ? kNo : kDone;
     }
-    return runAndShow(options, *session, progress, request, std::move(result));
+    const ExitStatus status = runAndShow(options, *session, progress, request, std::move(result));
+    return unread > 0 ? kNo : status;
 }
 
 ExitStatus trigger(const Options& options) {

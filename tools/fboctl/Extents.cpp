@@ -34,7 +34,6 @@ constexpr uint32_t kExtentsAtOnce = 256;
 /** Why an extent with these flags has no blocks to name; null if it has. */
 const char* whyNoBlocks(uint32_t flags) {
     if (flags & FIEMAP_EXTENT_DELALLOC) return "not on the device yet";
-    if (flags & FIEMAP_EXTENT_DATA_INLINE) return "kept in its inode";
     if (flags & FIEMAP_EXTENT_DATA_TAIL) return "shares a block with other files";
     if (flags & FIEMAP_EXTENT_ENCODED) return "compressed or encrypted by the file system";
     if (flags & FIEMAP_EXTENT_UNKNOWN) return "the file system does not say where it lies";
@@ -48,16 +47,23 @@ std::string describeError(int error) {
     return strerror(error);
 }
 
-void addExtent(const fiemap_extent& extent, uint64_t first_block, std::vector<BlockRange>& ranges) {
+/** Whether the extent has room behind `first_block`; if so, it is added. */
+bool addExtent(const fiemap_extent& extent, uint64_t first_block, std::vector<BlockRange>& ranges) {
     // An extent that does not cover whole blocks counts with all blocks that it touches.
-    const uint64_t start = extent.fe_physical / kBlockSize + first_block;
-    const uint64_t end =
-            (extent.fe_physical + extent.fe_length + kBlockSize - 1) / kBlockSize + first_block;
-    if (!ranges.empty() && start == ranges.back().start + ranges.back().count) {
-        ranges.back().count += end - start;
-    } else {
-        ranges.push_back({start, end - start});
+    const uint64_t count =
+            (extent.fe_physical % kBlockSize + extent.fe_length + kBlockSize - 1) / kBlockSize;
+    uint64_t start = 0;
+    uint64_t end = 0;
+    if (__builtin_add_overflow(extent.fe_physical / kBlockSize, first_block, &start) ||
+        __builtin_add_overflow(start, count, &end)) {
+        return false;
     }
+    if (!ranges.empty() && start == ranges.back().start + ranges.back().count) {
+        ranges.back().count += count;
+    } else {
+        ranges.push_back({start, count});
+    }
+    return true;
 }
 
 /** Asks for all extents of `fd`. Returns why that cannot be done; an empty text if it can. */
@@ -75,9 +81,12 @@ std::string readFiemap(int fd, uint64_t first_block, std::vector<BlockRange>& ra
         for (uint32_t i = 0; i < map->fm_mapped_extents; ++i) {
             const fiemap_extent& extent = map->fm_extents[i];
             if (const char* why = whyNoBlocks(extent.fe_flags)) return why;
-            // Space that is reserved but never written holds no data to optimise.
-            if (!(extent.fe_flags & FIEMAP_EXTENT_UNWRITTEN)) {
-                addExtent(extent, first_block, ranges);
+            // Space that is reserved but never written holds no data to optimise, and what is kept
+            // in the inode has no blocks.
+            const bool has_blocks =
+                    !(extent.fe_flags & (FIEMAP_EXTENT_UNWRITTEN | FIEMAP_EXTENT_DATA_INLINE));
+            if (has_blocks && !addExtent(extent, first_block, ranges)) {
+                return "does not fit on a unit behind --first-block";
             }
             if (extent.fe_flags & FIEMAP_EXTENT_LAST) return {};
             start = extent.fe_logical + extent.fe_length;
