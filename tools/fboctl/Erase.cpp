@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <android-base/strings.h>
+
 #include "Commands.h"
 #include "LogLine.h"
 #include "Meter.h"
@@ -20,6 +22,16 @@ void show(const EraseResult& result, size_t items) {
     } else {
         printf("Items gone through: %zu of %zu; then the request node could not be opened\n",
                result.items, items);
+    }
+}
+
+/** Throws UsageError unless `list` has an item, and none is empty. */
+void checkItems(std::string_view list) {
+    android::base::ConsumeSuffix(&list, ":");
+    for (const std::string& item : android::base::Split(std::string(list), ":")) {
+        if (item.empty()) {
+            throw UsageError("eua erase: a request is empty; there is one \":\" between two");
+        }
     }
 }
 
@@ -43,6 +55,7 @@ EraseResult sendErase(const Session& session, const std::string& list) {
 
 ExitStatus euaErase(const Options& options) {
     const std::string& list = options.arguments[0];
+    checkItems(list);
     const size_t items = countItems(list);
     Meter meter("item", !options.json);
     size_t begun = 0;
