@@ -66,6 +66,13 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:samsung --trace run " FBOCTL " gc", 0, "write gc_urgent"},
             {"ufs40:samsung run sh -c '" FBOCTL " version-ctrl V; exec " FBOCTL " gc'", 3,
              "fboctl: the service is not running"},
+            {"ufs40:samsung run --restart sh -c 'echo got $1' -- --help", 0, "got --help\n"},
+            {"ufs40:samsung run -- echo -1 -- --json", 0, "-1 -- --json\n"},
+            {"run --help", 0, "Usage: fboctl [OPTION…] run COMMAND"},
+            {"run --json true", 2, "run takes no --json"}, {"list run true", 2, "no command"},
+            {"--json completion", 2, "completion takes no --json"},
+            {"ufs40:wdc manual", 2, "manual takes no --sim"},
+            {"explain --log", 2, "explain takes no --log"},
             {"ufs40:samsung run sh -c 'exit 7'", 7, ""}, {"ufs40:samsung run false", 1, ""},
             {"ufs40:samsung run sh -c 'kill -9 $$'", 137, ""}, {"run true", 2, "need --sim"},
             {"ufs40:samsung run ./nothing", 127, "./nothing: No such file"},
@@ -121,7 +128,10 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:wdc,snapshot=5 snapshot status", 0, "drop_by_device (5)"},
             {"ufs40:wdc,snapshot=2 snapshot event", 0, "event: dropped"},
             {"ufs40:wdc,snapshot=2,drop_end=6 snapshot event", 1, "event: the drop failed"},
-            {"snapshot event 1x", 2, "process id"}, {"snapshot event $$", 2, "has no simulated"}, {"eua", 2, "no command \"eua\""},
+            {"ufs40:wdc,snapshot=2 --json snapshot event", 0, "{\n  \"event\" : \"dropped\"\n}"},
+            {"snapshot event 1x", 2, "process id"}, {"snapshot event $$", 2, "has no simulated"},
+            {"eua", 2, "no command \"eua\"; there are eua support, eua size, eua erase\n"},
+            {"snapshot", 2, "there are snapshot backup, snapshot drop, snapshot status, snap"},
             {"", 2, "no command"}, {"frobnicate", 2, "no command \"frobnicate\"\n"},
             {"snapshot stattus", 2, "did you mean snapshot status?"}, {"gc --raw", 2, "gc takes no --raw"},
             {"trigger -1,8", 2, "ranges are START,COUNT"}, {"trigger 1,2,3", 2, "ranges are START"},
@@ -129,6 +139,9 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"defrag --help", 0, "--min-size BYTES"}, {"completion", 0, "snapshot watch"},
             {"manual", 0, ".SH DESCRIPTION"}, {"defrag --dry-run /proc", 1, "give --first-block"},
             {"defrag --min-size 1X .", 2, "takes a number"},
+            {"defrag --limit 0 .", 2, "--limit takes 1 or more"},
+            {"--help", 0, "exercise FEATURE [FILE]  Drive"},
+            {"exercise --yes snapshot .", 2, "takes no FILE"},
             {"trigger", 2, "RANGES is missing"}, {"support me", 2, "too much"},
             {"--nonsense support", 2, "--help"}, {"defrag --first-block x .", 2, "takes a number"},
             {"--trace support", 2, "need --sim"}, {"support", 3, "no service; on a host use --sim"},
@@ -154,7 +167,9 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
     // clang-format on
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.arguments);
-        const std::string program = row.arguments.find("ufs") == 0 ? FBOCTL " --sim " : FBOCTL " ";
+        const std::string program =
+                row.arguments.find("ufs") == 0 || row.arguments.find("list") == 0 ? FBOCTL " --sim "
+                                                                                  : FBOCTL " ";
         const Outcome outcome = run(program + row.arguments);
         EXPECT_EQ(outcome.status, row.status);
         EXPECT_PRED_FORMAT2(IsSubstring, row.text, outcome.output);
@@ -404,11 +419,12 @@ TEST(Fboctl, WatchesDropEvents) {
     const pid_t pid = std::stoi(watch.readUntil(";"));
     // What comes before the service listens is lost, so events are sent as long as there is a
     // watch.
-    Running events("while " FBOCTL " snapshot event " + std::to_string(pid) + "; do :; done");
+    Running events("while " FBOCTL " --json snapshot event " + std::to_string(pid) +
+                   "; do :; done");
     EXPECT_PRED_FORMAT2(IsSubstring, "\ndrop event: dropped", watch.readUntil("dropped"));
     kill(pid, SIGINT);
     EXPECT_EQ(watch.finish().status, 0);
-    events.finish();
+    EXPECT_PRED_FORMAT2(IsSubstring, "\"event\" : \"sent\"", events.finish().output);
 }
 
 TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {

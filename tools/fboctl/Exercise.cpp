@@ -297,6 +297,9 @@ ExitStatus exercise(const Options& options) {
     if (feature != "snapshot" && options.arguments.size() < 2) {
         throw UsageError("exercise " + feature + ": FILE is missing after it");
     }
+    if (feature == "snapshot" && options.arguments.size() > 1) {
+        throw UsageError("exercise snapshot takes no FILE");
+    }
     if (!is_fbo && !options.yes) {
         throw UsageError(feature == "eua"
                                  ? "exercise eua erases the blocks of FILE for good; --yes says so"

@@ -28,8 +28,8 @@ Ctrl-C asks a run to stop; it ends as soon as the device is idle and its figures
 the same. If the service cannot be told, that is said, and the run goes on. A second Ctrl-C ends
 fboctl.
 
-Exit status: 0 done; 1 the answer is no, or it failed, was stopped or not measured; 2 wrong usage;
-3 no service, or an error escaped the call.
+Exit status: 0 done; 1 the answer is no, or it failed, was stopped or not measured, or a file could
+not be read; 2 wrong usage; 3 no service, or an error escaped the call.
 
 Examples:
   fboctl support                                    on a phone, as root
@@ -48,7 +48,7 @@ struct OptionRow {
     const char* name;
     /** What the value is; null if the option takes none. */
     const char* value;
-    /** The commands that take it, with blanks between; empty: all. */
+    /** The commands that take it, with blanks between; behind "!": all but these; empty: all. */
     const char* commands;
     /** What it does, as the help says it. */
     const char* help;
@@ -92,6 +92,7 @@ constexpr OptionRow kOptions[] = {
         {"limit", "ZONES", "defrag", "Take the most fragmented files that fit into so many zones",
          [](Options& options, const std::string& value) {
              options.limit = parseNumber<uint32_t>("limit", value);
+             if (options.limit == 0) throw UsageError("--limit takes 1 or more");
          }},
         {"dry-run", nullptr, "defrag", "Show files, ranges and zones, and leave it at that",
          [](Options& options, const std::string&) { options.dry_run = true; }},
@@ -108,18 +109,19 @@ constexpr OptionRow kOptions[] = {
          [](Options& options, const std::string& value) { options.html = value; }},
         {"table", nullptr, "explain", "Print what each line of the log means, as the guide has it",
          [](Options& options, const std::string&) { options.table = true; }},
-        {"json", nullptr, "", "Print the result as JSON",
+        {"json", nullptr, "!completion manual run serve", "Print the result as JSON",
          [](Options& options, const std::string&) { options.json = true; }},
-        {"log", nullptr, "", "Show the service's log on standard error",
+        {"log", nullptr, "!completion manual explain", "Show the service's log on standard error",
          [](Options& options, const std::string&) { options.log = true; }},
-        {"sim", "DEVICE", "",
+        {"sim", "DEVICE", "!completion manual explain",
          "On a host: run the service on a simulated device, such as ufs40:samsung or\n"
          "ufs31:kioxia,analysis=stuck. \"--sim list\" shows devices and settings",
          [](Options& options, const std::string& value) { options.sim.device = value; }},
-        {"sim-state", "FILE", "",
+        {"sim-state", "FILE", "!completion manual explain",
          "Keep in FILE what the simulated flash has optimised, for the next time",
          [](Options& options, const std::string& value) { options.sim.state_file = value; }},
-        {"trace", nullptr, "", "Show the simulated device's node traffic on standard error",
+        {"trace", nullptr, "!completion manual explain",
+         "Show the simulated device's node traffic on standard error",
          [](Options& options, const std::string&) { options.sim.trace = true; }},
         {"help", nullptr, "", "Show this; after a command, the help for that command",
          [](Options& options, const std::string&) { options.help = true; }},
@@ -128,9 +130,11 @@ constexpr OptionRow kOptions[] = {
 };
 
 bool takes(const std::string& command, const OptionRow& option) {
-    const std::vector<std::string> commands = android::base::Split(option.commands, " ");
-    return *option.commands == '\0' ||
-           std::find(commands.begin(), commands.end(), command) != commands.end();
+    std::string_view names = option.commands;
+    if (names.empty()) return true;
+    const bool all_but = android::base::ConsumePrefix(&names, "!");
+    const std::vector<std::string> commands = android::base::Split(std::string(names), " ");
+    return (std::find(commands.begin(), commands.end(), command) != commands.end()) != all_but;
 }
 
 /** A row of the help: what stands on the left, then the text, in a column of its own. */
@@ -140,7 +144,7 @@ std::string describe(std::string left, const std::string& text) {
     // The bytes that continue a character take no column.
     const size_t columns = std::count_if(left.begin(), left.end(),
                                          [](unsigned char c) { return (c & 0xc0) != 0x80; });
-    if (columns < kIndent) left.append(kIndent - columns, ' ');
+    left.append(columns + 2 <= kIndent ? kIndent - columns : 2, ' ');
     const std::string margin = "\n" + std::string(kIndent, ' ');
     return left + android::base::StringReplace(text, "\n", margin, true) + "\n";
 }
@@ -149,14 +153,14 @@ std::string describe(const Command& command) {
     return describe(std::string(command.name) + " " + command.arguments, command.help);
 }
 
-/** @param names_commands whether to say which commands take the option, if not all do. */
+/** @param names_commands whether to say which commands take the option, if only some do. */
 std::string describe(const OptionRow& option, bool names_commands) {
     const std::string left =
             std::string("--") + option.name + " " + (option.value == nullptr ? "" : option.value);
     const std::string commands =
             android::base::StringReplace(option.commands, " ", ", ", true) + ": ";
-    return describe(left,
-                    (names_commands && *option.commands != '\0' ? commands : "") + option.help);
+    const bool only_some = *option.commands != '\0' && *option.commands != '!';
+    return describe(left, (names_commands && only_some ? commands : "") + option.help);
 }
 
 /** The options as getopt_long() takes them: each returns its place in the table, from 256 on. */
@@ -186,8 +190,8 @@ std::vector<std::string> parseWords(int argc, char** argv, Options& options,
     const std::vector<option> table = getoptTable();
     std::vector<std::string> words;
     int found;
-    // Words come in their place among the options; what follows "run" has options of its own.
-    while ((words.empty() || words[0] != "run") &&
+    // Words come in their place among the options; the command behind "run" has options of its own.
+    while ((words.size() < 2 || words[0] != "run") &&
            (found = getopt_long(argc, pointers.data(), "-h", table.data(), nullptr)) != -1) {
         if (found == 1) {
             words.push_back(optarg);

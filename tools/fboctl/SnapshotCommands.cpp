@@ -130,6 +130,16 @@ int parsePid(const std::string& text) {
     return pid;
 }
 
+void showEvent(const Options& options, const char* outcome) {
+    if (options.json) {
+        Json::Value result;
+        result["event"] = outcome;
+        printJson(result);
+    } else {
+        printf("drop event: %s\n", outcome);
+    }
+}
+
 }  // namespace
 
 ExitStatus snapshotBackup(const Options& options) {
@@ -199,7 +209,7 @@ ExitStatus snapshotWatch(const Options& options) {
 ExitStatus snapshotEvent(const Options& options) {
     if (!options.arguments.empty()) {
         sendDropEventTo(parsePid(options.arguments[0]));
-        printf("drop event: sent\n");
+        showEvent(options, "sent");
         return kDone;
     }
     Outcome outcome;
@@ -212,7 +222,7 @@ ExitStatus snapshotEvent(const Options& options) {
         session.platform().sendDropEvent();
         text = outcome.await(std::chrono::milliseconds(200));
     }
-    printf("drop event: %s\n", text == nullptr ? "the service did not hear it" : text);
+    showEvent(options, text == nullptr ? "the service did not hear it" : text);
     return text != nullptr && strcmp(text, "dropped") == 0 ? kDone : kNo;
 }
 

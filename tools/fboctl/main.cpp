@@ -48,6 +48,12 @@ const Command& findCommand(const Options& options) {
     const Command* const nearest =
             std::min_element(std::begin(kCommands), std::end(kCommands), is_closer);
     if (name == nearest->name) return *nearest;
+    std::string forms;
+    for (const Command& command : kCommands) {
+        if (!android::base::StartsWith(command.name, name + " ")) continue;
+        forms += (forms.empty() ? "" : ", ") + std::string(command.name);
+    }
+    if (!forms.empty()) throw UsageError("no command \"" + name + "\"; there are " + forms);
     const bool is_close = distance(name, nearest->name) <= name.size() / 3 + 1;
     throw UsageError("no command \"" + name + "\"" +
                      (is_close ? std::string("; did you mean ") + nearest->name + "?" : ""));
@@ -79,6 +85,7 @@ ExitStatus carryOut(const Options& options) {
         return kDone;
     }
     if (options.sim.device == "list") {
+        if (!options.command.empty()) throw UsageError("--sim list takes no command");
         fputs(describeSim().c_str(), stdout);
         return kDone;
     }
