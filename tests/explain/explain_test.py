@@ -38,7 +38,9 @@ def causes(event):
 
 def log_of(device, *commands):
     """What the service logs at commands of fboctl, each line as its priority and its text."""
-    script = "; ".join(f"{FBOCTL} {command} >&2" for command in commands)
+    # The worker that tells of the start has a thread of its own, and may be late.
+    script = "until grep -q 'Creating Memory uevent worker' $NIVORA_FBO_PHONE/log; do :; done; "
+    script += "; ".join(f"{FBOCTL} {command} >&2" for command in commands)
     shown = fboctl(["--sim", device, "run", "sh", "-c", script + "; cat $NIVORA_FBO_PHONE/log"])
     lines = [re.match(r"(?:\S+ +){4}(.) mem_fbo ?: (.*)", line) for line in shown.splitlines()]
     return [line.groups() for line in lines if line]
