@@ -430,9 +430,9 @@ TEST(Fboctl, WatchesDropEvents) {
 TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
     // The one device fails every time and is asked again, the other one never gets idle.
     for (const bool stuck : {false, true}) {
-        Running program(
-                "echo $$; exec " FBOCTL " trigger 1,2,9,2 --sim ufs31:samsung," +
-                std::string(stuck ? "pace=1,analysis=stuck" : "optimise=0,optimise_end=255"));
+        Running program("echo $$; exec " FBOCTL " trigger 1,2,9,2 --sim ufs31:samsung," +
+                        std::string(stuck ? "pace=1,analysis=stuck"
+                                          : "pace=1000,optimise=0,optimise_end=255"));
         const pid_t pid = std::stoi(program.readUntil("\n"));
         program.readUntil("zone 1 of 1");
         kill(pid, SIGINT);
@@ -536,8 +536,9 @@ TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
                     .output);
     // What one that was killed has left behind is no hindrance.
     run("chmod 700 fboctl_phone; touch fboctl_phone/service");
-    const std::string serve = "echo $$; exec " FBOCTL
-                              " --sim ufs31:samsung,optimise=0,optimise_end=255 --restart serve";
+    const std::string serve =
+            "echo $$; exec " FBOCTL
+            " --sim ufs31:samsung,pace=1000,optimise=0,optimise_end=255 --restart serve";
     for (const int end : {SIGINT, SIGKILL}) {
         Running phone(serve);
         const pid_t pid = std::stoi(phone.readUntil("\n"));
