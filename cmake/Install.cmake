@@ -13,6 +13,9 @@ target_include_directories(libhidlbase INTERFACE
 
 install(TARGETS libhidlbase fbo_interface EXPORT NivoraFboTargets)
 install(TARGETS fbo_impl libcutils_uevent fboctl)
+install(FILES ${CMAKE_BINARY_DIR}/tools/fboctl/fboctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${CMAKE_BINARY_DIR}/tools/fboctl/fboctl.bash RENAME fboctl
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(DIRECTORY host/include/ ${CMAKE_BINARY_DIR}/host/generated/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nivora-fbo
     FILES_MATCHING PATTERN hidl/*.h PATTERN I*.h PATTERN types.h PATTERN IHw*.h EXCLUDE)

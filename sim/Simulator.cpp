@@ -80,7 +80,9 @@ constexpr char kNoFuse[] = "the system allows no FUSE file system; try as root";
 int mountFileSystem(const Options& options) {
     constexpr char kPlace[] = "/dev";
     std::string text;
-    for (const auto& [key, value] : options) text += std::string(key) + "=" + value + ",";
+    for (const auto& [key, value] : options) {
+        text += std::string(key) + (value.empty() ? "" : "=" + value) + ",";
+    }
     text.pop_back();
     if (unshare(CLONE_NEWNS) != 0) fail("the system allows no mount namespace; try as root");
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -99,12 +101,18 @@ int makeFileSystem(int fuse) {
     const Options options = {{"fd", std::to_string(fuse)},
                              {"rootmode", "40000"},
                              {"user_id", std::to_string(geteuid())},
-                             {"group_id", std::to_string(getegid())}};
+                             {"group_id", std::to_string(getegid())},
+                             // Flags: every user may come in, as far as the nodes' modes go.
+                             {"allow_other", ""},
+                             {"default_permissions", ""}};
     const int opened = fsopen("fuse", FSOPEN_CLOEXEC);
     if (opened < 0 && errno == ENOSYS) return mountFileSystem(options);
     const unique_fd context = own(opened, "the kernel offers no FUSE file system");
     for (const auto& [key, value] : options) {
-        if (fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) != 0) fail(key);
+        const int set =
+                value.empty() ? fsconfig(context.get(), FSCONFIG_SET_FLAG, key, nullptr, 0)
+                              : fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0);
+        if (set != 0) fail(key);
     }
     if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) fail(kNoFuse);
     return fsmount(context.get(), FSMOUNT_CLOEXEC, 0);

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -166,6 +167,26 @@ TEST_F(Phone, AnOpenNodeThatGoesStaysDead) {
         EXPECT_EQ(outcome(write(before.get(), "7\n", 2)), "ENODEV");
         EXPECT_EQ(store("debug", "1\n"), "2");
     }
+}
+
+/** Modes hold for everybody but root. */
+TEST_F(Phone, AnotherUserReadsWhatItMayAndWritesNothing) {
+    start("ufs40:samsung");
+    const pid_t other = fork();
+    if (other == 0) {
+        if (setresuid(65534, 65534, 65534) != 0) _exit(77);
+        const auto opens = [](const char* name, int mode) {
+            return unique_fd(open((kDirectory + name).c_str(), mode)).ok() || errno != EACCES;
+        };
+        const bool is_right = opens("fbo_support", O_RDONLY) && opens("debug", O_RDONLY) &&
+                              !opens("debug", O_WRONLY) && !opens("fbo_send_lr_list", O_WRONLY) &&
+                              !opens("fbo_send_lr_list", O_RDONLY);
+        _exit(is_right ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "this user can become no other";
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
