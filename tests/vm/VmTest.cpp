@@ -293,6 +293,16 @@ TEST_F(Vm, DefragmentsOnDevicesOfBothGenerations) {
     }
 }
 
+/** What a service sends again comes when the list is accepted already, and has no end. */
+TEST_F(Vm, KeepsAnAcceptedListWhateverComesLate) {
+    load("generation=31 analysis_ms=0");
+    EXPECT_EQ(store(kFbo + node::kSendLrList, "64,8\n"), 0);
+    store(kFbo + node::kSendLrList, "64,864,8");
+    EXPECT_EQ(read(kFbo + node::kFlcOps), "1\n");
+    EXPECT_EQ(store(kFbo + node::kFlcEnable, "1\n"), 0);
+    EXPECT_EQ(read(kFbo + node::kFlcOps), "3\n");
+}
+
 TEST_F(Vm, PassesTheExerciseOfEachFeature) {
     write("/data/exercised", std::string(64 << 10, 'x'));
     sync();
