@@ -94,14 +94,16 @@ constexpr Names kSettings = {
         "analysis=stuck analysis=6/stuck analysis=1201 analysis_end=9/-1 analysis_end=255 "
         "analysis_end=1 optimise=stuck optimise=1201 optimise_end=255/-1 optimise_end=2 report=28 "
         "report=28/4096 clear=31 clear=400 backup=stuck backup=100 backup_end=6 backup_end=5 "
-        "drop_end=6 snapshot=6 snapshot=1 snapshot=2 wear=1 eua=0 eua_size=0",
+        "drop_end=6 snapshot=6 snapshot=1 snapshot=2 wear=1 eua=0 eua_size=0 gsort_size=9437192 "
+        "gsort_size=9437204",
         " mapping=stuck mapping_end=255", " accept=stuck accept=0/stuck accept=90 accept=301",
         " backup_idle=stuck drop=stuck drop=29"};
 
 /** The settings while nothing is wrong: four ranges in a zone, so that a request has several. */
 constexpr Names kUsual = {
         "ranges=4,analysis=6,analysis_end=-1,optimise=6,optimise_end=-1,clear=0,report=4096,"
-        "backup=2,backup_end=2,drop_end=-1,bootlun=16909320,eua=1,eua_size=65536",
+        "backup=2,backup_end=2,drop_end=-1,gsort_size=16777216,bootlun=16909320,eua=1,"
+        "eua_size=65536",
         ",mapping=3,mapping_end=-1", ",accept=0", ",backup_idle=1,drop=1"};
 
 /** What a node may say that says nothing; or too much, or what belongs elsewhere. */
@@ -124,7 +126,7 @@ struct Event {
     size_t moment;
     /**
      * A setting of the device, see sim::Simulator::set(); "tell" for a call of FBO_stateCtl();
-     * "uevent" for a drop request; or "kill" for the end of the service.
+     * or "uevent" for a drop request.
      */
     std::string key;
     std::string value;
@@ -171,12 +173,17 @@ struct Scenario {
     std::string usual;
     /** What the simulated device is made from, see sim::Simulator. */
     std::string device;
+    /** Whether the partition has a boot-LUN record, or zeros in its place. */
+    bool has_record;
     /** How often a recovered device is looked at until it is done. */
     int looks;
     std::vector<Call> calls;
     /** Those that a second thread makes meanwhile. */
     std::vector<Call> calls_beside;
     std::vector<Event> events;
+    /** Where a system call of the calling thread begins or ends with which the service is killed.
+     */
+    size_t last_stop = 0;
 };
 
 inline Scenario::Scenario(Bytes bytes)
@@ -186,12 +193,13 @@ inline Scenario::Scenario(Bytes bytes)
       device(profile.name + ",platform=" + bytes.word("qcom mtk") +
              (profile.vendor == "SKhynix" ? ",tbw=" + bytes.word("0 1 65536") : "") +
              ",snapshot=" + bytes.word("0 2") + "," + usual),
+      has_record(bytes.below(8) > 0),
       looks(std::stoi(bytes.word("1 1 2 2 3 3 3 200"))) {
     for (size_t left = 1 + bytes.below(6); left > 0; --left) calls.push_back(makeCall(bytes));
     for (size_t left = bytes.below(16); left > 0; --left)
         events.push_back(makeEvent(bytes, profile));
     const size_t special = bytes.below(16);
-    if (special < 3) events.push_back({bytes.small(256), "kill", ""});
+    if (special < 3) last_stop = bytes.small(256) * bytes.small(256);
     for (size_t left = special == 3 ? bytes.small(60) : 0; left > 0; --left) {
         calls_beside.push_back({bytes.word(kQueries), bytes.word("stop continue")});
     }

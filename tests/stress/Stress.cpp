@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -162,7 +163,10 @@ class Subject {
                 "(invalid_argument|out_of_range)|FBO_VersionCtrl out_of_range");
         const std::string answer =
                 call.method + " " + callByName(*fbo_, call.method + " " + call.text);
-        if (!std::regex_match(answer, kErrors)) return;
+        if (!std::regex_match(answer, kErrors)) {
+            static const std::regex kForm("FBO_trigger Fbo:-?\\d+:-?\\d+|(?!FBO_trigger)[^]*");
+            return require(std::regex_match(answer, kForm), "no client understands " + answer);
+        }
         const bool may_be = call.text == "V" || !scenario_.events.empty();
         require(may_be && std::regex_match(answer, kMayBe), "an error escapes: " + answer);
         ++shared.errors;
@@ -213,9 +217,6 @@ class Subject {
             phone_.note(event.value);
         } else if (event.key == "uevent") {
             sendDrop();
-        } else if (event.key == "kill") {
-            ++shared.killed;
-            raise(SIGKILL);
         } else {
             phone_.set(event.key, event.value);
         }
@@ -321,12 +322,20 @@ class Subject {
     std::atomic<int> sleeps_ = 0;
 };
 
-/** Does `action` in a process of its own, and returns what that ends with. */
+/**
+ * Does `action` in a process of its own, and returns what that ends with. The process is killed at
+ * stop number `last_stop` of its first thread, which stops where each system call begins and ends,
+ * until it stops itself; 0: never.
+ */
 template <typename Action>
-int inProcess(Action action) {
+int inProcess(Action action, size_t last_stop = 0) {
     const pid_t pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (last_stop > 0) {
+            require(ptrace(PTRACE_TRACEME) == 0, "a process cannot be traced");
+            raise(SIGTRAP);
+        }
         action();
         for (size_t i = 0; i < kCounters; ++i) {
             shared.counters[i] = std::max(shared.counters[i], __start___sancov_cntrs[i]);
@@ -335,6 +344,13 @@ int inProcess(Action action) {
     }
     int status = EXIT_FAILURE;
     waitpid(pid, &status, 0);
+    for (size_t stops = 1; WIFSTOPPED(status); ++stops) {
+        const int signal = WSTOPSIG(status);
+        if (stops == last_stop) kill(pid, SIGKILL);
+        ptrace(signal == SIGSTOP ? PTRACE_DETACH : PTRACE_SYSCALL, pid, nullptr,
+               signal == SIGSTOP || signal == SIGTRAP ? 0 : signal);
+        waitpid(pid, &status, 0);
+    }
     if (WIFSIGNALED(status) && status != SIGKILL) psignal(status, "a process");
     return status;
 }
@@ -345,22 +361,28 @@ void enterPhone(const Scenario& scenario) {
     alarm(120);
     sim::Simulator phone(scenario.device);
     change(phone, getenv("PRINT") != nullptr ? "record=1,print=1" : "record=1");
-    int status = inProcess([&] {
-        Subject subject(scenario, phone);
-        subject.work();
-        subject.recover();
-    });
+    if (!scenario.has_record) change(phone, "gsort_size=0," + scenario.usual);
+    int status = inProcess(
+            [&] {
+                Subject subject(scenario, phone);
+                subject.work();
+                if (scenario.last_stop > 0) raise(SIGSTOP);
+                subject.recover();
+            },
+            scenario.last_stop);
     if (status == SIGKILL) {
+        ++shared.killed;
         heal(phone, scenario);
         status = inProcess([&] { Subject(scenario, phone).recover(); });
     }
     require(status == 0, "so the service has gone wrong");
-    // The boot LUN in use is the one that is protected, and nothing else has changed.
+    // The boot LUN in use is the one that a record protects, and nothing else has changed.
     const off_t before = 4096;
     std::string right(2 * before, '\0');
-    right.replace(before, 8, "snapshot");
-    // Both are 16909320, in the order of the processor.
-    for (const int lun : {35, 39}) right.replace(before + lun, 4, "\x08\x04\x02\x01");
+    // 16909320, in the order of the processor.
+    const std::string lun = "\x08\x04\x02\x01";
+    right.replace(before + 35, 4, lun);
+    if (scenario.has_record) right.replace(before, 8, "snapshot").replace(before + 39, 4, lun);
     std::string is(right.size(), '?');
     const android::base::unique_fd fd(open("/dev/block/by-name/gsort", O_RDONLY | O_CLOEXEC));
     android::base::ReadFullyAtOffset(fd, is.data(), is.size(), 9 * 1024 * 1024 - before);
