@@ -307,12 +307,17 @@ TEST_F(Vm, PassesTheExerciseOfEachFeature) {
     write("/data/exercised", std::string(64 << 10, 'x'));
     sync();
     for (const char* const device : {"generation=40", "generation=31"}) {
-        load(std::string(device) + " analysis_ms=0 optimise_ms=0 backup_ms=0");
-        for (const char* const feature :
-             {"fbo /data/exercised", "eua --yes /data/exercised", "snapshot --yes"}) {
+        load(std::string(device) + " analysis_ms=0 optimise_ms=0 backup_ms=0 drop_event_ms=500");
+        for (const char* const feature : {"fbo /data/exercised", "eua --yes /data/exercised",
+                                          "snapshot --yes --drop-event 30"}) {
             run(std::string("fboctl_phone exercise ") + feature + " >&2");
         }
+        const bool is31 = strstr(device, "31") != nullptr;
+        EXPECT_EQ(access((kFbo + node::kFlcOps).c_str(), F_OK) == 0, is31);
+        EXPECT_EQ(access((kFbo + node::kProgState).c_str(), F_OK) == 0, !is31);
     }
+    load("backup_ms=0");
+    run("! fboctl_phone exercise snapshot --yes --drop-event 1 >&2");
 }
 
 TEST_F(Vm, LeavesNoListInForceThatIsNotWhole) {

@@ -3,12 +3,16 @@
  * needs. For whoever brings up a driver.
  */
 
+#include <cutils/uevent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +20,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <android-base/file.h>
@@ -31,6 +36,7 @@
 #include "fbo/defrag/FboNodes.h"
 #include "fbo/defrag/Report.h"
 #include "fbo/eua/EuaNodes.h"
+#include "fbo/snapshot/DropEvent.h"
 #include "fbo/snapshot/SnapshotNodes.h"
 
 namespace fboctl {
@@ -245,11 +251,48 @@ void exerciseEua(Exercise& exercise, const std::string& ranges) {
     exercise.take("an item is taken", node::kEuaUnmap, ranges + "\n");
 }
 
-void exerciseSnapshot(Exercise& exercise) {
+/** Hears what the kernel sends from the moment on at which this is made. */
+class Uevents {
+  public:
+    Uevents() : socket_(uevent_open_socket(64 * 1024, true)) {
+        if (!socket_.ok()) throw std::system_error(errno, std::generic_category(), "uevents");
+        fcntl(socket_.get(), F_SETFL, O_NONBLOCK);
+    }
+
+    /** Waits for a drop event, `patience` at most; whether it has come. */
+    bool awaitDropEvent(std::chrono::seconds patience) const {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        for (;;) {
+            Exercise::checkInterrupted();
+            // An empty string ends the list, and what fills the buffer may have been cut.
+            char message[2048 + 2] = {};
+            const ssize_t size = uevent_kernel_multicast_recv(socket_.get(), message, 2048);
+            if (size > 0 && size < 2048 && countDropEvents(message) > 0) return true;
+            if (std::chrono::steady_clock::now() > end) return false;
+            pollfd look{socket_.get(), POLLIN, 0};
+            poll(&look, 1, 100);
+        }
+    }
+
+  private:
+    const android::base::unique_fd socket_;
+};
+
+void exerciseSnapshot(Exercise& exercise, Platform& platform, const Options& options) {
+    const Uevents uevents;
     exercise.refuse("an unknown word is refused", node::kSnapshotCtrl, "nonsense\n");
     try {
         if (!exercise.take("start", node::kSnapshotCtrl, "start\n")) return;
         exercise.await("the backup is complete", node::kSnapshotStatus, {"complete_backup"}, 1, 30);
+        if (options.drop_event > 0) {
+            // The simulated device's driver has none of its own to send.
+            if (!options.sim.device.empty()) platform.sendDropEvent();
+            const auto start = std::chrono::steady_clock::now();
+            const bool has_come = uevents.awaitDropEvent(std::chrono::seconds(options.drop_event));
+            const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
+            exercise.add("the drop event comes", "uevent", "", has_come ? kDropEvent : "none",
+                         kDropEvent, std::lround(waited.count()));
+        }
     } catch (const Interrupted&) {
         exercise.take("stop after Ctrl-C", node::kSnapshotCtrl, "stop\n");
         throw;
@@ -300,6 +343,9 @@ ExitStatus exercise(const Options& options) {
     if (feature == "snapshot" && options.arguments.size() > 1) {
         throw UsageError("exercise snapshot takes no FILE");
     }
+    if (feature != "snapshot" && options.drop_event > 0) {
+        throw UsageError("--drop-event is for exercise snapshot");
+    }
     if (!is_fbo && !options.yes) {
         throw UsageError(feature == "eua"
                                  ? "exercise eua erases the blocks of FILE for good; --yes says so"
@@ -334,10 +380,13 @@ ExitStatus exercise(const Options& options) {
     try {
         if (is_fbo) exerciseFbo(exercise, list);
         if (feature == "eua") exerciseEua(exercise, list);
-        if (feature == "snapshot") exerciseSnapshot(exercise);
+        if (feature == "snapshot") exerciseSnapshot(exercise, *platform, options);
     } catch (const Interrupted&) {
         interrupted = true;
         fprintf(stderr, "fboctl: interrupted; the device has been brought to rest\n");
+    }
+    if (feature == "snapshot" && options.drop_event == 0) {
+        fprintf(stderr, "fboctl: not tried: the drop event; --drop-event SECONDS waits for it\n");
     }
     if (options.json) printJson(describe(exercise.steps()));
     return exercise.ok() && !interrupted ? kDone : kNo;

@@ -99,6 +99,12 @@ constexpr OptionRow kOptions[] = {
         {"yes", nullptr, "exercise",
          "Do what cannot be taken back: erase, take and drop a snapshot",
          [](Options& options, const std::string&) { options.yes = true; }},
+        {"drop-event", "SECONDS", "exercise",
+         "Wait so long after the backup for the driver's drop event, which a simulated\n"
+         "device sends at once",
+         [](Options& options, const std::string& value) {
+             options.drop_event = parseNumber<uint32_t>("drop-event", value);
+         }},
         {"raw", nullptr, "trigger",
          "Send the text as it stands; otherwise it is checked, and the comma that the\n"
          "service wants after the last number is added where it is missing",

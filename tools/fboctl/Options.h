@@ -39,6 +39,8 @@ struct Options {
     std::optional<size_t> limit;
     bool dry_run = false;
     bool yes = false;
+    /** Seconds that exercise waits for the driver's drop event; 0: it does not wait. */
+    unsigned drop_event = 0;
     bool raw = false;
     bool log = false;
     bool json = false;
