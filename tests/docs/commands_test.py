@@ -41,6 +41,8 @@ OUTCOMES = [
     ("--sim ufs40:wdc,after.fbo_operation_control.1=fault.1d84000.ufshc=missing", 3, "escaped"),
     ("--sim ufs40:micron,analysis_end=9/-1 --log", 1, "failed, because the analysis failed"),
     ("--sim ufs31:kioxia exercise fbo", 0, "retries are counted"),
+    ("--sim ufs40:kioxia exercise snapshot", 0, "drop event comes"),
+    ("--sim ufs40:kioxia,drop=stuck", 1, "wanted: idle"),
     ("--sim ufs40:wdc,@worn,eua=0", 1, "EUA: not supported"),
     ("--sim ufs40:wdc --sim-state flash", 0, "after: 256"),
 ]

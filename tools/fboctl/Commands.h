@@ -92,10 +92,10 @@ constexpr Command kCommands[] = {
          "Check, step by step and without changing anything, that all is there\n"
          "that the service needs; for fbo, eua or snapshot alone, or for all.",
          doctor},
-        {"exercise", "FEATURE [FILE]",
+        {"exercise", "[FEATURE] [FILE]",
          "Drive the driver's nodes as the service would, for whoever brings them up, and\n"
          "hold each answer against what the service needs: fbo and eua on the blocks of\n"
-         "FILE, or snapshot. No run may be under way.",
+         "FILE, or snapshot; without a FEATURE all three. No run may be under way.",
          exercise},
         {"explain", "[FILE]",
          "Tell in plain words what a phone's log says of each call of the service:\n"

@@ -75,7 +75,10 @@ struct Step {
 /** Makes the steps, and shows each when it is done. */
 class Exercise {
   public:
-    Exercise(std::string directory, bool json) : directory_(std::move(directory)), json_(json) {}
+    explicit Exercise(bool json) : json_(json) {}
+
+    /** Goes on with the nodes in `directory`. */
+    void enter(const std::string& directory) { directory_ = directory; }
 
     bool ok() const {
         return std::all_of(steps_.begin(), steps_.end(), [](auto& step) { return step.ok; });
@@ -164,9 +167,17 @@ class Exercise {
     }
 
   private:
-    const std::string directory_;
     const bool json_;
+    std::string directory_;
     std::vector<Step> steps_;
+};
+
+/** What the steps of a feature are made with. */
+struct Setup {
+    const Options& options;
+    Platform& platform;
+    /** The file's ranges, as one list without its line feed. */
+    const std::string ranges;
 };
 
 /** Brings an operation to idle, as the service does: it may take its time. */
@@ -192,10 +203,10 @@ bool carryOut(Exercise& exercise, const Operation& operation) {
                           200);
 }
 
-void exerciseFbo(Exercise& exercise, const std::string& ranges) {
+void exerciseFbo(Exercise& exercise, const Setup& setup) {
     const bool is31 = exercise.read(node::kIsUfs31) == "1";
     const auto& operations = is31 ? kUfs31 : kUfs40;
-    const std::string list = ranges + "\n";
+    const std::string list = setup.ranges + "\n";
     try {
         for (const char* name : {node::kDebug, node::kWholefileEnable}) {
             exercise.take("switch", name, "1");
@@ -203,7 +214,8 @@ void exerciseFbo(Exercise& exercise, const std::string& ranges) {
         exercise.take("switch", node::kExeLevel, "0");
         if (!clearAll(exercise, operations, "at first")) return;
         // What a UFS 3.1 device is sent again has no end, as docs/nodes.md says.
-        if (!is31) exercise.refuse("a list without its end is refused", node::kSendLrList, ranges);
+        if (!is31)
+            exercise.refuse("a list without its end is refused", node::kSendLrList, setup.ranges);
         exercise.refuse("a list of no numbers is refused", node::kSendLrList, "x,y\n");
         exercise.refuse("no start without a list", operations[0].control,
                         std::string(operations[0].command) + "\n");
@@ -240,7 +252,7 @@ void exerciseFbo(Exercise& exercise, const std::string& ranges) {
     clearAll(exercise, operations, "in the end");
 }
 
-void exerciseEua(Exercise& exercise, const std::string& ranges) {
+void exerciseEua(Exercise& exercise, const Setup& setup) {
     exercise.add("EUA is offered", node::kEuaSupport, "", exercise.read(node::kEuaSupport), "1");
     int size = 0;
     const std::string text = exercise.read(node::kEuaSupportSize);
@@ -248,7 +260,7 @@ void exerciseEua(Exercise& exercise, const std::string& ranges) {
     exercise.add("the size is above 0", node::kEuaSupportSize, "", text,
                  has_size ? text : "1 or more");
     exercise.refuse("an item of no numbers is refused", node::kEuaUnmap, "x\n");
-    exercise.take("an item is taken", node::kEuaUnmap, ranges + "\n");
+    exercise.take("an item is taken", node::kEuaUnmap, setup.ranges + "\n");
 }
 
 /** Hears what the kernel sends from the moment on at which this is made. */
@@ -278,20 +290,24 @@ class Uevents {
     const android::base::unique_fd socket_;
 };
 
-void exerciseSnapshot(Exercise& exercise, Platform& platform, const Options& options) {
+void exerciseSnapshot(Exercise& exercise, const Setup& setup) {
     const Uevents uevents;
     exercise.refuse("an unknown word is refused", node::kSnapshotCtrl, "nonsense\n");
     try {
         if (!exercise.take("start", node::kSnapshotCtrl, "start\n")) return;
         exercise.await("the backup is complete", node::kSnapshotStatus, {"complete_backup"}, 1, 30);
-        if (options.drop_event > 0) {
+        if (setup.options.drop_event > 0) {
             // The simulated device's driver has none of its own to send.
-            if (!options.sim.device.empty()) platform.sendDropEvent();
+            if (!setup.options.sim.device.empty()) setup.platform.sendDropEvent();
             const auto start = std::chrono::steady_clock::now();
-            const bool has_come = uevents.awaitDropEvent(std::chrono::seconds(options.drop_event));
+            const bool has_come =
+                    uevents.awaitDropEvent(std::chrono::seconds(setup.options.drop_event));
             const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
             exercise.add("the drop event comes", "uevent", "", has_come ? kDropEvent : "none",
                          kDropEvent, std::lround(waited.count()));
+        } else {
+            fprintf(stderr,
+                    "fboctl: not tried: the drop event; --drop-event SECONDS waits for it\n");
         }
     } catch (const Interrupted&) {
         exercise.take("stop after Ctrl-C", node::kSnapshotCtrl, "stop\n");
@@ -329,31 +345,67 @@ std::string listOf(const std::vector<BlockRange>& ranges, size_t limit) {
     return list;
 }
 
+struct Feature {
+    const char *name, *directory;
+    /** What it does to the device and to FILE. */
+    const char* effect;
+    bool takes_file, needs_yes, sends_event;
+    void (*run)(Exercise& exercise, const Setup& setup);
+};
+
+/** Erasing comes last: FILE is used up then. */
+constexpr Feature kFeatures[] = {
+        {"fbo", kFboDirectory, "moves blocks of FILE inside the flash; what they hold stays", true,
+         false, false, exerciseFbo},
+        {"snapshot", kSnapshotDirectory,
+         "takes a snapshot and drops it, and the one that may be there", false, true, true,
+         exerciseSnapshot},
+        {"eua", kEuaDirectory, "erases blocks of FILE for good", true, true, false, exerciseEua},
+};
+
+/** What the command line asks for: all features unless it names one, and a file for those of them
+ * that take one. */
+struct Task {
+    std::vector<Feature> features;
+    std::string file;
+};
+
+Task taskOf(const Options& options) {
+    Task task;
+    std::vector<std::string> words = options.arguments;
+    for (const Feature& feature : kFeatures) {
+        if (!words.empty() && words[0] == feature.name) task.features = {feature};
+    }
+    if (task.features.empty()) {
+        task.features.assign(std::begin(kFeatures), std::end(kFeatures));
+    } else {
+        words.erase(words.begin());
+    }
+    const auto any = [&task](bool Feature::*property) {
+        return std::any_of(task.features.begin(), task.features.end(),
+                           [property](const Feature& feature) { return feature.*property; });
+    };
+    if (any(&Feature::takes_file) && words.empty()) throw UsageError("exercise: FILE is missing");
+    if (words.size() > any(&Feature::takes_file))
+        throw UsageError("exercise " + options.arguments[0] + ": too much after it");
+    if (options.drop_event > 0 && !any(&Feature::sends_event))
+        throw UsageError("--drop-event is for the exercise of snapshot");
+    for (const Feature& feature : task.features) {
+        if (feature.needs_yes && !options.yes) {
+            throw UsageError(std::string("exercise ") + feature.name + " " + feature.effect +
+                             "; --yes says so");
+        }
+    }
+    if (!words.empty()) task.file = words[0];
+    return task;
+}
+
 }  // namespace
 
 ExitStatus exercise(const Options& options) {
-    const std::string feature = options.arguments[0];
-    const bool is_fbo = feature == "fbo";
-    if (!is_fbo && feature != "eua" && feature != "snapshot") {
-        throw UsageError("exercise takes fbo, eua or snapshot, not \"" + feature + "\"");
-    }
-    if (feature != "snapshot" && options.arguments.size() < 2) {
-        throw UsageError("exercise " + feature + ": FILE is missing after it");
-    }
-    if (feature == "snapshot" && options.arguments.size() > 1) {
-        throw UsageError("exercise snapshot takes no FILE");
-    }
-    if (feature != "snapshot" && options.drop_event > 0) {
-        throw UsageError("--drop-event is for exercise snapshot");
-    }
-    if (!is_fbo && !options.yes) {
-        throw UsageError(feature == "eua"
-                                 ? "exercise eua erases the blocks of FILE for good; --yes says so"
-                                 : "exercise snapshot takes a snapshot and drops it, and the one "
-                                   "that may be there; --yes says so");
-    }
+    const Task task = taskOf(options);
     std::vector<FileExtents> files;
-    if (feature != "snapshot") files = collectExtents({options.arguments[1]}, options);
+    if (!task.file.empty()) files = collectExtents({task.file}, options);
     sigset_t interrupt;
     sigemptyset(&interrupt);
     sigaddset(&interrupt, SIGINT);
@@ -364,29 +416,21 @@ ExitStatus exercise(const Options& options) {
     if (controller.directory.empty())
         throw std::runtime_error("no controller: " + controller.wrong);
     const std::string list = listOf(joinRanges(files), readZoneLimit().value_or(1));
-    if (feature != "snapshot" && list.empty()) {
+    if (!files.empty() && list.empty()) {
         throw UsageError(files[0].path.string() + ": " +
                          (files[0].error.empty() ? "it has no blocks" : files[0].error));
     }
-    fprintf(stderr, "fboctl: %s\n",
-            is_fbo             ? "moves blocks of FILE inside the flash; what they hold stays"
-            : feature == "eua" ? "erases blocks of FILE"
-                               : "takes a snapshot and drops it");
-    const char* const directory = is_fbo             ? kFboDirectory
-                                  : feature == "eua" ? kEuaDirectory
-                                                     : kSnapshotDirectory;
-    Exercise exercise(controller.directory + directory, options.json);
+    Exercise exercise(options.json);
     bool interrupted = false;
     try {
-        if (is_fbo) exerciseFbo(exercise, list);
-        if (feature == "eua") exerciseEua(exercise, list);
-        if (feature == "snapshot") exerciseSnapshot(exercise, *platform, options);
+        for (const Feature& feature : task.features) {
+            fprintf(stderr, "fboctl: %s: %s\n", feature.name, feature.effect);
+            exercise.enter(controller.directory + feature.directory);
+            feature.run(exercise, {options, *platform, list});
+        }
     } catch (const Interrupted&) {
         interrupted = true;
         fprintf(stderr, "fboctl: interrupted; the device has been brought to rest\n");
-    }
-    if (feature == "snapshot" && options.drop_event == 0) {
-        fprintf(stderr, "fboctl: not tried: the drop event; --drop-event SECONDS waits for it\n");
     }
     if (options.json) printJson(describe(exercise.steps()));
     return exercise.ok() && !interrupted ? kDone : kNo;
