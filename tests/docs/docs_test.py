@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents against what they describe: docs/nodes.md against the nodes that simulated
-devices and the reference driver serve, and the log tables of docs/integration.md against the calls in the library's sources.
+devices and the reference driver serve, and against the driver's parameters; the log tables of
+docs/integration.md against the calls in the library's sources.
 Takes the command that list_nodes is run by. Prints the differences: what begins with "-" is only in
 the document, what begins with "+" is not in it."""
 
@@ -73,6 +74,18 @@ def driver_nodes(generation):
             yield f"{modes[name]} {directory}/{name}"
 
 
+def documented_parameters():
+    for names, at_first, _ in rows("nodes.md", 3):
+        if re.fullmatch("[-0-9, ]+", at_first):
+            values = at_first.split(", ")
+            yield from (f"{name} {values[i % len(values)]}" for i, name in enumerate(codes(names)))
+
+
+def driver_parameters():
+    source = (ROOT / "driver/nivora_ufs_trial.c").read_text().replace("PAGE_SIZE", "4096")
+    yield from map(" ".join, re.findall(r"^TRIAL_PARAMETER\((\w+), ([-\w]+)", source, re.M))
+
+
 def documented_lines():
     for functions, priority, line, meaning in rows("integration.md", 4):
         if priority in ("D", "I", "E"):
@@ -116,7 +129,8 @@ def check(name, documented, found, least):
 
 
 lines = list(documented_lines())
-checks = [check("integration.md", lines, set(logged_lines(lines)), 100)]
+checks = [check("integration.md", lines, set(logged_lines(lines)), 100),
+          check("nodes.md, parameters", documented_parameters(), list(driver_parameters()), 10)]
 for device, generation in DEVICES.items():
     checks.append(check(f"nodes.md for {device}", documented_nodes(generation),
                         served_nodes(sys.argv[1:], device), 25))

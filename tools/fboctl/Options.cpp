@@ -117,7 +117,8 @@ constexpr OptionRow kOptions[] = {
          [](Options& options, const std::string&) { options.table = true; }},
         {"json", nullptr, "!completion manual run serve", "Print the result as JSON",
          [](Options& options, const std::string&) { options.json = true; }},
-        {"log", nullptr, "!completion manual explain", "Show the service's log on standard error",
+        {"log", nullptr, "!completion manual explain exercise",
+         "Show the service's log on standard error",
          [](Options& options, const std::string&) { options.log = true; }},
         {"sim", "DEVICE", "!completion manual explain",
          "On a host: run the service on a simulated device, such as ufs40:samsung or\n"
