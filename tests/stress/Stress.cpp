@@ -242,7 +242,7 @@ class Subject {
         const std::string first = "100000000,8,100000010,8,100000020,8,100000030,8";
         const std::string second = "100000040,8,100000048,8,100000070,8";
         const std::string list = "fbo_send_lr_list=";
-        // Of a seam that was optimised a tenth counts.
+        // A seam that was optimised counts a tenth.
         const auto figure = [this](int level) { return 256 * fbo_->level_to_num.at(level); };
         ask("FBO_trigger " + first + "," + second + ",",
             "Fbo:" + std::to_string(figure(10) + figure(5)) + ":" + std::to_string(2 * figure(1)),
