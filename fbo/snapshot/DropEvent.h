@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 namespace vendor::nivora::hardware::fbo::implementation {
 
@@ -12,6 +13,12 @@ constexpr char kDropEvent[] = "UFS_SNAPSHOT_DROP_EVENT";
  *
  * @param message strings, each with a NUL behind it; an empty one ends the list.
  */
-size_t countDropEvents(const char* message);
+inline size_t countDropEvents(const char* message) {
+    size_t count = 0;
+    for (const char* text = message; *text != '\0'; text += strlen(text) + 1) {
+        if (strcmp(text, kDropEvent) == 0) ++count;
+    }
+    return count;
+}
 
 }  // namespace vendor::nivora::hardware::fbo::implementation

@@ -14,7 +14,7 @@ mkdir -p "$work"
 "$cmake" --install "$build" --prefix "$work/first" >"$work/install.log" || fail "no installation"
 # It works wherever it lies.
 mv "$work/first" "$work/installed"
-"$cmake" -S "$sample" -B "$work/sample" -DCMAKE_PREFIX_PATH="$work/installed" \
+"$cmake" -S "$sample" -B "$work/sample" -G Ninja -DCMAKE_PREFIX_PATH="$work/installed" \
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags -Wall -Wextra -Werror" \
     >"$work/sample.log"
 "$cmake" --build "$work/sample" >>"$work/sample.log" || { cat "$work/sample.log"; exit 1; }
