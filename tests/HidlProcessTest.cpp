@@ -9,10 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <filesystem>
 #include <future>
 #include <stdexcept>
 #include <string>
@@ -20,6 +21,9 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 #include <hidl/HidlTransportSupport.h>
 
@@ -32,6 +36,7 @@ namespace {
 using namespace std::string_literals;
 using namespace vendor::nivora::hardware::fbo::implementation;
 using ::android::sp;
+using ::android::base::unique_fd;
 using ::android::hardware::Status;
 using ::android::hidl::base::V1_0::IBase;
 
@@ -83,60 +88,51 @@ class HidlProcess : public testing::Test {
         ASSERT_NE(mkdtemp(directory_), nullptr);
         setenv("NIVORA_FBO_PHONE", directory_, 1);
         strcpy(address_.sun_path, (std::string(directory_) + "/service").c_str());
-        // Services are forked by a process that never has threads, other than this one.
-        if (fork() == 0) startServices();
     }
     void TearDown() override {
-        end();
+        for (const pid_t service : services_) end(service);
         unlink(address_.sun_path);
         rmdir(directory_);
     }
 
-    /** Starts a service of so many threads, in a process of its own. */
-    void start(int threads) { process_ = order(threads); }
-    void end() {
-        if (process_ <= 0) return;
-        kill(process_, SIGKILL);
-        await();
+    /**
+     * Makes the process of a service of so many threads. Before anything else, while there are no
+     * threads here; it stands still until start().
+     */
+    pid_t prepare(int threads) {
+        const pid_t service = fork();
+        if (service == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            raise(SIGSTOP);
+            serve(threads);
+        }
+        waitpid(service, nullptr, WUNTRACED);
+        services_.push_back(service);
+        return service;
     }
-    /** What the service's process ends with. */
-    int await() {
-        process_ = -1;
-        return order(0);
+    static void start(pid_t service) { kill(service, SIGCONT); }
+    /** What a service ends with, killed if it has not ended. */
+    static int end(pid_t service, int signal = SIGKILL) {
+        int status = 0;
+        if (signal != 0) kill(service, signal);
+        waitpid(service, &status, 0);
+        return status;
     }
 
-    sockaddr* address() { return reinterpret_cast<sockaddr*>(&address_); }
-    pid_t process() const { return process_; }
+    /** Sends bytes to the service, and leaves the connection open. */
+    unique_fd stall(const std::string& bytes) const {
+        unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (connect(fd.get(), address(), sizeof(address_)) != 0) return {};
+        (void)!send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        return fd;
+    }
 
     Pipe tell, go;
 
   private:
-    int order(int threads) {
-        orders_.send({reinterpret_cast<const char*>(&threads), sizeof(threads)});
-        int answer = 0;
-        memcpy(&answer, answers_.receive(sizeof(answer)).data(), sizeof(answer));
-        return answer;
-    }
-
-    /** Starts a service of so many threads, or waits for the end of the last one. */
-    [[noreturn]] void startServices() {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        pid_t last = -1;
-        for (int threads; read(orders_.ends[0], &threads, sizeof(threads)) == sizeof(threads);) {
-            int answer = 0;
-            if (threads == 0) {
-                waitpid(last, &answer, 0);
-            } else {
-                answer = last = fork();
-                if (last == 0) serve(threads);
-            }
-            answers_.send({reinterpret_cast<const char*>(&answer), sizeof(answer)});
-        }
-        _exit(EXIT_SUCCESS);
-    }
+    const sockaddr* address() const { return reinterpret_cast<const sockaddr*>(&address_); }
 
     [[noreturn]] void serve(int threads) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
         unlink(address_.sun_path);
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         EXPECT_EQ(bind(fd, address(), sizeof(address_)), 0);
@@ -147,40 +143,27 @@ class HidlProcess : public testing::Test {
         _exit(EXIT_FAILURE);
     }
 
-    Pipe orders_, answers_;
     char directory_[32] = "/tmp/hidl_process_XXXXXX";
     sockaddr_un address_{AF_UNIX, {}};
-    pid_t process_ = -1;
+    std::vector<pid_t> services_;
 };
 
-TEST_F(HidlProcess, WhatIsAskedAndAnsweredArrivesWhole) {
-    start(4);
+TEST_F(HidlProcess, AProxyAnswersInTheNameOfItsService) {
+    const pid_t process = prepare(4);
+    start(process);
     const sp<IFbo> service = IFbo::getService();
-    EXPECT_TRUE(service->isRemote());
-    for (const std::string& text : {""s, "a\0b\xff"s, std::string(500000, 'x')}) {
-        EXPECT_EQ(echo(*service, text), text);
-    }
-    EXPECT_TRUE(service->FBO_VersionCtrl("ON"));
-    EXPECT_FALSE(service->FBO_VersionCtrl("OFF"));
     EXPECT_EQ(service->SnapShot_getStatus(), -6);
     int pid = 0;
     EXPECT_TRUE(service->getDebugInfo([&](const auto& info) { pid = info.pid; }).isOk());
-    EXPECT_EQ(pid, process());
+    EXPECT_EQ(pid, process);
     std::string hash;
     const auto take = [&](const auto& chain) {
-        ASSERT_EQ(chain.size(), 2u);
-        for (const uint8_t byte : chain[0]) {
-            hash += "0123456789abcdef"[byte / 16];
-            hash += "0123456789abcdef"[byte % 16];
-        }
+        for (const uint8_t byte : chain[0]) android::base::StringAppendF(&hash, "%02x", byte);
     };
     EXPECT_TRUE(service->getHashChain(take).isOk());
-    std::ifstream frozen(FROZEN);
-    const std::string hashes{std::istreambuf_iterator<char>(frozen), {}};
-    EXPECT_NE(hashes.find(hash + " " + IFbo::descriptor), std::string::npos) << hash;
-    const Return<void> refused = service->FBO_trigger("", nullptr);
-    EXPECT_FALSE(refused.isOk());
-    EXPECT_NE(refused.description().find("Null synchronous callback"), std::string::npos);
+    std::string frozen;
+    EXPECT_TRUE(android::base::ReadFileToString(FROZEN, &frozen));
+    EXPECT_NE(frozen.find(hash + " " + IFbo::descriptor), std::string::npos) << hash;
     EXPECT_FALSE(service->getHashChain(nullptr).isOk());
     EXPECT_FALSE(service->getDebugInfo(nullptr).isOk());
 }
@@ -201,8 +184,9 @@ struct Told : android::hardware::hidl_death_recipient,
 };
 
 TEST_F(HidlProcess, AnErrorThatEscapesEndsTheServiceAndItsClientsAreTold) {
-    start(4);
-    const sp<IFbo> service = IFbo::getService();
+    const pid_t first = prepare(4), second = prepare(4);
+    start(first);
+    const sp<IFbo> service = IFbo::getService(), other = IFbo::getService();
     const sp<Told> told = new Told, gone = new Told;
     told->linked = service;
     EXPECT_FALSE(service->linkToDeath(nullptr, 0));
@@ -210,44 +194,47 @@ TEST_F(HidlProcess, AnErrorThatEscapesEndsTheServiceAndItsClientsAreTold) {
     EXPECT_TRUE(service->linkToDeath(told, 7));
     EXPECT_TRUE(service->unlinkToDeath(gone));
     EXPECT_FALSE(service->unlinkToDeath(gone));
+    // Whoever lets a service go is told no more of it.
+    EXPECT_TRUE(IFbo::getService()->linkToDeath(gone, 2));
     EXPECT_TRUE(service->FBO_VersionCtrl("").isDeadObject());
     EXPECT_EQ(told->heard.receive(1), "7");
-    EXPECT_EQ(WTERMSIG(await()), SIGABRT);
+    EXPECT_EQ(WTERMSIG(end(first, 0)), SIGABRT);
     EXPECT_FALSE(service->unlinkToDeath(told));
-    EXPECT_FALSE(service->linkToDeath(told, 8));
+    for (const sp<IFbo>& dead : {service, other}) EXPECT_FALSE(dead->linkToDeath(told, 8));
     EXPECT_EQ(IFbo::tryGetService(), nullptr);
 
     // One that comes after it is another one.
-    start(4);
+    start(second);
     EXPECT_EQ(echo(*IFbo::getService(), "x"), "x");
     EXPECT_TRUE(service->ping().isDeadObject());
     // A method that answers with a text and does not is such an error, too.
     const auto take = [](const hidl_string&) {};
     EXPECT_TRUE(IFbo::getService()->EUA_GetFreeSpaceAPECycle(take).isDeadObject());
-    EXPECT_EQ(WTERMSIG(await()), SIGABRT);
+    EXPECT_EQ(WTERMSIG(end(second, 0)), SIGABRT);
     EXPECT_FALSE(service->getHashChain([](const auto&) {}).isOk());
     pollfd unheard{gone->heard.ends[0], POLLIN, 0};
     EXPECT_EQ(poll(&unheard, 1, 0), 0);
 }
 
 TEST_F(HidlProcess, ServicesThatRegisterAreWaitedForAndTold) {
+    const pid_t first = prepare(4), second = prepare(4);
     const sp<Told> told = new Told, late = new Told;
     EXPECT_FALSE(IFbo::registerForNotifications("other", told));
     EXPECT_TRUE(IFbo::registerForNotifications("default", told));
     auto waiting = std::async(std::launch::async, [] { return IFbo::getService(); });
     EXPECT_EQ(IFbo::tryGetService(), nullptr);
-    start(4);
+    start(first);
     EXPECT_NE(waiting.get(), nullptr);
     EXPECT_EQ(told->heard.receive(1), "R");
     EXPECT_TRUE(IFbo::registerForNotifications("default", late));
     EXPECT_EQ(late->heard.receive(1), "P");
-    end();
-    start(4);
+    end(first);
+    start(second);
     EXPECT_EQ(told->heard.receive(1) + late->heard.receive(1), "RR");
 }
 
 TEST_F(HidlProcess, TheCallsInProgressShareABuffer) {
-    start(4);
+    start(prepare(4));
     const sp<IFbo> service = IFbo::getService();
     const auto erase = [&](size_t size) {
         return service->EUA_SendEraseCmd(std::string(size, '1'));
@@ -267,58 +254,60 @@ TEST_F(HidlProcess, TheCallsInProgressShareABuffer) {
     }
 }
 
+/** Whether all threads of the process wait for something. */
+bool areAllAsleep(pid_t process) {
+    const std::filesystem::directory_iterator threads("/proc/" + std::to_string(process) + "/task");
+    return std::all_of(begin(threads), end(threads), [](const auto& thread) {
+        std::string stat;
+        android::base::ReadFileToString(thread.path() / "stat", &stat);
+        return stat.find(") S") != stat.npos;
+    });
+}
+
 TEST_F(HidlProcess, AsManyCallsRunAsThereAreThreads) {
-    for (const auto& [threads, order] : {std::pair(1, "elel"), {2, "eell"}}) {
-        start(threads);
+    const pid_t services[] = {prepare(1), prepare(2)};
+    for (const pid_t process : services) {
+        start(process);
         const sp<IFbo> service = IFbo::getService();
-        std::vector<std::thread> callers;
-        std::promise<pid_t> second;
-        callers.emplace_back([&] { EXPECT_TRUE(service->EUA_SendEraseCmd("1")); });
+        const auto erase = [&] { return bool(service->EUA_SendEraseCmd("1")); };
+        auto first = std::async(std::launch::async, erase);
         std::string happened = tell.receive(1);
-        callers.emplace_back([&] {
-            second.set_value(gettid());
-            EXPECT_TRUE(service->EUA_SendEraseCmd("1"));
+        std::promise<pid_t> thread;
+        auto second = std::async(std::launch::async, [&] {
+            thread.set_value(gettid());
+            return erase();
         });
-        const pid_t waiting = second.get_future().get();
-        while (!isAsleep(waiting)) std::this_thread::yield();
-        if (threads == 2) happened += tell.receive(1);
-        go.send("!!");
-        happened += tell.receive(4 - happened.size());
-        for (std::thread& caller : callers) caller.join();
-        EXPECT_EQ(happened, order);
-        end();
+        const pid_t caller = thread.get_future().get();
+        while (!isAsleep(caller) || !areAllAsleep(process)) std::this_thread::yield();
+        go.send("!");
+        go.send("!");
+        EXPECT_TRUE(first.get() && second.get());
+        EXPECT_EQ(happened + tell.receive(3), process == services[0] ? "elel" : "eell");
+        end(process);
     }
 }
 
 /** Whatever comes on the socket is its sender's affair alone. */
 TEST_F(HidlProcess, WhoSendsNonsenseOrStallsDisturbsNobody) {
-    start(4);
+    start(prepare(4));
     const sp<IFbo> service = IFbo::getService();
     const auto magic = "!fbo"s;
-    const std::string zeros(20, '\0');
-    std::vector<int> stalled;
+    std::vector<unique_fd> stalled;
     for (const std::string& bytes :
-         {""s, "x"s, std::string(100, 'x'), magic, magic + zeros,
+         {""s, "x"s, std::string(100, 'x'), magic, magic + std::string(20, '\0'),
           // Methods that there are not; a text beyond the buffer; one that never comes.
           magic + "\xff\xff\xff\xff"s + std::string(16, '\0'),
           magic + "\1\0\0\0"s + std::string(8, '\0') + std::string(8, '\xff'),
           magic + "\1\0\0\0"s + std::string(8, '\0') + "\xff\0\0\0\0\0\0\0"s}) {
-        for (const bool stalls : {true, false}) {
-            const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            ASSERT_EQ(connect(fd, address(), sizeof(sockaddr_un)), 0);
-            (void)!send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            stalls ? stalled.push_back(fd) : void(close(fd));
-        }
+        stall(bytes).reset();
+        stalled.push_back(stall(bytes));
         EXPECT_EQ(echo(*service, "still"), "still") << bytes;
     }
     // As many as a client can have, and others still find their way.
-    for (int i = 0; i < 900; ++i) {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(fd, address(), sizeof(sockaddr_un)) == 0) stalled.push_back(fd);
-    }
-    EXPECT_GT(stalled.size(), 900u);
+    for (int i = 0; i < 900; ++i) stalled.push_back(stall(""));
+    EXPECT_TRUE(stalled.back().ok());
     EXPECT_EQ(echo(*IFbo::getService(), "still"), "still");
-    for (const int fd : stalled) close(fd);
+    stalled.clear();
     EXPECT_EQ(echo(*service, "there"), "there");
 }
 
