@@ -29,8 +29,8 @@ class Running {
         : pipe_(popen(("exec 2>&1; PATH=" FBOCTL_DIR ":$PATH; echo $$; " + command).c_str(), "r")),
           pid_(std::stoi(readUntil("\n"))) {}
 
-    /** Sends a signal to the shell, or to what has taken its place. */
-    void kill(int signal) const { ::kill(pid_, signal); }
+    /** Sends a signal as a terminal does, to all that belongs to the command, a session. */
+    void kill(int signal) const { ::kill(-pid_, signal); }
 
     /** Reads until `text` has come; returns what has come since the last call. */
     std::string readUntil(const std::string& text) {
@@ -137,7 +137,9 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:wdc,snapshot=2 --json snapshot event", 0, "{\n  \"event\" : \"dropped\"\n}"},
             {"ufs40:wdc,eua=0 doctor", 1,
              "eua_support is not 1\n           -> EUA_isSupport answers false\n\u2713 eua      ufseua"},
-            {"ufs40:wdc,eua=0 doctor eua --json", 1, "\"wrong\" : \"eua_support is not 1\""},
+            {"ufs40:wdc,eua=0 doctor eua --json", 1,
+             "\"advice\" : \"EUA_isSupport answers false\",\n    \"check\" : \"the driver offers EUA\""
+             ",\n    \"feature\" : \"eua\",\n    \"ok\" : false,\n    \"wrong\" : \"eua_support is"},
             {"ufs40:samsung,fault.ufsfbo/fbo_support=missing support", 1, "the driver has no FBO"},
             {"ufs40:wdc,node.fbo_prog_state=0/~30:1/\\!EIO/* --trace trigger 1,8", 0,
              "0 s  wait 30\n      30 s  read fbo_prog_state \"1\"\n      30 s  sleep 6\n"
@@ -317,7 +319,7 @@ TEST(Fboctl, SaysWhatIsLost) {
                "kept() { sim --sim-state state \"$@\"; }; ", {
             {"echo 1,2,x >state; kept support", 2, "fboctl: state is no state file"},
             {"echo 1,18446744073709551615 >state; kept support", 2, "state is no state file"},
-            {"ln -s /dev/null state; kept support", 2, "state is no state file"},
+            {"mkfifo state; kept support", 2, "state is no state file"},
             {"flock state fboctl --sim ufs40:wdc --sim-state state support", 3,
              "state is in use by another fboctl"},
             {"mkdir state.new; kept support", 1, "state is not kept: state.new: Is a directory"},
@@ -326,9 +328,9 @@ TEST(Fboctl, SaysWhatIsLost) {
             {"sim support >/dev/full", 1, "standard output: "},
             {"sim wear --json >/dev/full", 1, "standard output: No space left on device"},
             {"sim support >&-", 1, "standard output: "},
-            {"touch other; chmod 600 other; ln -s other state; kept trigger 1,2,9,2 && "
+            {"touch other; chmod 640 other; ln -s other state; kept trigger 1,2,9,2 && "
              "stat -c '%F %a' state other && cat other", 0,
-             "symbolic link 777\nregular file 600\n1,2,9,2"}});
+             "symbolic link 777\nregular file 640\n1,2,9,2"}});
     // clang-format on
 }
 
@@ -341,6 +343,7 @@ TEST(Fboctl, DoctorNamesExactlyTheBreak) {
     // clang-format off
     expectEach(begin, {
             {"ufs40:micron", 0, ""}, {"ufs31:samsung,platform=mtk", 0, ""},
+            {"ufs31:wdc,prop.vendor.snapshot_control=false/default", 0, ""},
             {"ufs31:micron,node.fbs_defrag_ops=", 1, "defrag_ops holds a number: \"\" is no"},
             {"ufs31:micron,fault.fbs_flc_enable=unwritable", 1, "flc_enable is writable: Perm"},
             {"ufs40:skhynix-tarno", 1,
@@ -378,7 +381,7 @@ TEST(Fboctl, DoctorNamesExactlyTheBreak) {
 
 /** A watch hears the events that another fboctl has the kernel send it. */
 TEST(Fboctl, WatchesDropEvents) {
-    Running watch("exec fboctl --sim ufs40:samsung,snapshot=2 snapshot watch");
+    Running watch("exec setsid fboctl --sim ufs40:samsung,snapshot=2 snapshot watch");
     watch.readUntil("process ");
     const std::string pid = watch.readUntil(";");
     // What comes before the service listens is lost, so events are sent as long as there is a
@@ -392,7 +395,7 @@ TEST(Fboctl, WatchesDropEvents) {
 }
 
 TEST(Fboctl, StopsAtCtrlCAndEndsAtTheSecond) {
-    const std::string trigger = "exec fboctl trigger 1,2,9,2 --sim ufs31:samsung,";
+    const std::string trigger = "exec setsid fboctl trigger 1,2,9,2 --sim ufs31:samsung,";
     // The one device fails every time and is asked again, the other one never gets idle.
     const std::pair<const char*, Outcome> kRows[] = {
             {"pace=1000,optimise=0,optimise_end=255",
@@ -447,7 +450,8 @@ TEST(Fboctl, ExercisesADriver) {
     expectEach("fboctl --sim ufs40:wdc exercise ",
                {{"snapshot", 2, "--yes says so"}, {"eua fboctl_file", 2, "--yes says so"}});
     // Ctrl-C leaves a device at rest.
-    Running stuck("exec fboctl --sim ufs40:wdc,pace=6,analysis=stuck exercise fbo fboctl_file");
+    Running stuck(
+            "exec setsid fboctl --sim ufs40:wdc,pace=6,analysis=stuck exercise fbo fboctl_file");
     stuck.readUntil("analysis starts");
     stuck.kill(SIGINT);
     EXPECT_PRED_FORMAT2(IsSubstring, "idle after Ctrl-C", stuck.finish().output);
@@ -469,17 +473,21 @@ TEST(Fboctl, KeepsItsProgressInTheWidthOfTheTerminal) {
 
 /** Whatever it was started with, and whoever goes away meanwhile. */
 TEST(Fboctl, RunsBesideWhatMisbehaves) {
-    expectEach("",
-               {{"trap '' CHLD; exec fboctl --sim ufs40:samsung run sh -c 'exit 6'", 6, ""},
-                // Nobody reads the log any more.
-                {"fboctl --sim ufs40:samsung --log --trace run sh -c 'for i in 1 2 3 4 5 6 7 8; "
-                 "do fboctl eua size; done >fboctl_sizes' | head -c 1; "
-                 "grep -c 65536 fboctl_sizes",
-                 0, "8\n"},
-                {"rm -rf fboctl_tmp; mkdir fboctl_tmp; TMPDIR=fboctl_tmp "
-                 "fboctl --sim ufs40:samsung run sh -c 'kill -9 $PPID; "
-                 "while ls fboctl_tmp | grep -q nivora; do :; done; echo gone'",
-                 137, "gone"}});
+    // clang-format off
+    expectEach("rm -rf fboctl_tmp; mkdir fboctl_tmp; export TMPDIR=fboctl_tmp; "
+               "simulate() { fboctl --sim ufs40:samsung \"$@\"; }; ", {
+            {"exec env --ignore-signal=CHLD fboctl --sim ufs40:samsung run sh -c 'exit 6'", 6, ""},
+            {"simulate run true && rmdir fboctl_tmp", 0, ""},
+            {"simulate run sh -c 'kill -9 $PPID; until rmdir fboctl_tmp; do :; done; echo gone'", 137,
+             "gone"},
+            // Ctrl-C is for the command, but comes to all that belong to the terminal.
+            {"setsid --wait fboctl --sim ufs40:samsung run sh -c 'trap : INT; kill -INT 0; "
+             "fboctl eua size'", 0, "EUA size: 65536"},
+            {"simulate run sh -c 'trap \"exit 9\" TERM; kill $PPID; while :; do :; done'", 9, ""},
+            // Nobody reads log and trace any more.
+            {"simulate --log --trace run sh -c 'for i in 1 2 3 4 5 6 7 8; do fboctl eua size; done "
+             ">fboctl_sizes' 2>&1 | head -c 1; grep -c 65536 fboctl_sizes", 0, "8\n"}});
+    // clang-format on
 }
 
 TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
@@ -489,9 +497,9 @@ TEST(Fboctl, ServesOtherProgramsUntilItEnds) {
     // What one that was killed has left behind is no hindrance.
     run("chmod 700 fboctl_phone; touch fboctl_phone/service");
     const std::string serve =
-            "exec fboctl --sim ufs31:samsung,pace=1000,optimise=0,optimise_end=255 --restart serve";
+            "fboctl --sim ufs31:samsung,pace=1000,optimise=0,optimise_end=255 --restart serve";
     for (const int end : {SIGINT, SIGKILL}) {
-        Running phone(serve);
+        Running phone("exec setsid " + serve);
         phone.readUntil("ends it\n");
         Running trigger("exec fboctl trigger 1,2,9,2");
         trigger.readUntil("zone 1 of 1");
