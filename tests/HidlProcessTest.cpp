@@ -179,6 +179,10 @@ struct Told : android::hardware::hidl_death_recipient,
         heard.send(fqName == IFbo::descriptor && name == "default" ? preexisting ? "P" : "R" : "?");
         return Status::fromStatusT(android::UNKNOWN_ERROR);
     }
+    bool hasHeard() const {
+        pollfd next{heard.ends[0], POLLIN, 0};
+        return poll(&next, 1, 0) > 0;
+    }
     Pipe heard;
     sp<IBase> linked;
 };
@@ -196,6 +200,7 @@ TEST_F(HidlProcess, AnErrorThatEscapesEndsTheServiceAndItsClientsAreTold) {
     EXPECT_FALSE(service->unlinkToDeath(gone));
     // Whoever lets a service go is told no more of it.
     EXPECT_TRUE(IFbo::getService()->linkToDeath(gone, 2));
+    for (int i = 0; i < 10; ++i) EXPECT_TRUE(service->ping().isOk() && !told->hasHeard());
     EXPECT_TRUE(service->FBO_VersionCtrl("").isDeadObject());
     EXPECT_EQ(told->heard.receive(1), "7");
     EXPECT_EQ(WTERMSIG(end(first, 0)), SIGABRT);
@@ -212,8 +217,7 @@ TEST_F(HidlProcess, AnErrorThatEscapesEndsTheServiceAndItsClientsAreTold) {
     EXPECT_TRUE(IFbo::getService()->EUA_GetFreeSpaceAPECycle(take).isDeadObject());
     EXPECT_EQ(WTERMSIG(end(second, 0)), SIGABRT);
     EXPECT_FALSE(service->getHashChain([](const auto&) {}).isOk());
-    pollfd unheard{gone->heard.ends[0], POLLIN, 0};
-    EXPECT_EQ(poll(&unheard, 1, 0), 0);
+    EXPECT_FALSE(gone->hasHeard());
 }
 
 TEST_F(HidlProcess, ServicesThatRegisterAreWaitedForAndTold) {
@@ -231,6 +235,7 @@ TEST_F(HidlProcess, ServicesThatRegisterAreWaitedForAndTold) {
     end(first);
     start(second);
     EXPECT_EQ(told->heard.receive(1) + late->heard.receive(1), "RR");
+    EXPECT_FALSE(told->hasHeard());
 }
 
 TEST_F(HidlProcess, TheCallsInProgressShareABuffer) {

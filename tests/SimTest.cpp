@@ -90,7 +90,7 @@ TEST_F(Phone, ANodeTakesNumbersAsTheKernelDoes) {
     start("ufs40:samsung");
     expectStores({{"debug", {{"2147483647", "10"}, {"-2147483648\n", "12"}, {"+7\n", "3"}}},
                   {"debug", {{"010\0x"s, "5"}, {"2147483648", "ERANGE"}, {"", "0"}}},
-                  {"debug", {{"-2147483649\n", "ERANGE"}, {"+-7", "EINVAL"}, {"\n", "EINVAL"}}},
+                  {"debug", {{"-2147483649\n", "ERANGE"}, {"-+7", "EINVAL"}, {"\n", "EINVAL"}}},
                   {"debug", {{"7\n\n", "EINVAL"}, {" 7", "EINVAL"}, {"0x7", "EINVAL"}}},
                   {"fbo_operation_control", {{"4294967296\n", "ERANGE"}, {"+0\n", "3"}}}});
     expect({{"", "readFileToString " + kDirectory + "debug", "true 10"}});

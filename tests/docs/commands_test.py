@@ -73,32 +73,26 @@ def run(command, home):
     return process.returncode, output
 
 
-wrong = 0
+wrong = []
 unused = {outcome[0] for outcome in OUTCOMES}
 # A home below the build folder, whose file system tells where files lie.
 with tempfile.TemporaryDirectory(dir=".") as home:
-    pictures = pathlib.Path(home, "Pictures")
-    pictures.mkdir()
-    (pictures / "one").write_bytes(b"x" * 9000)
+    home = pathlib.Path(home).resolve()
+    (home / "Pictures").mkdir()
+    (home / "Pictures/one").write_bytes(b"x" * 9000)
     os.sync()
-    home = str(pathlib.Path(home).resolve())
     for document, program, command in commands():
         if program == "printf":
             # It writes a file for what comes next.
             subprocess.run(["sh", "-c", f"printf {command}"], cwd=home, check=True)
             continue
-        matching = [outcome for outcome in OUTCOMES if command.startswith(outcome[0])]
-        if not matching:
-            print(f"{document}: nothing is expected of: fboctl {command}")
-            wrong += 1
-            continue
-        begins, status, says = max(matching, key=lambda outcome: len(outcome[0]))
+        begins, status, says = max(
+            (outcome for outcome in OUTCOMES if command.startswith(outcome[0])),
+            key=lambda outcome: len(outcome[0]), default=("", 0, "what is expected here"))
         unused.discard(begins)
         found, output = run(command, home)
         if found != status or says not in output:
-            print(f"{document}: fboctl {command}\n  ends with {found} instead of {status}, or does"
-                  f" not say \"{says}\":\n{output}")
-            wrong += 1
-for begins in sorted(unused):
-    print(f"No document shows: fboctl {begins}")
-sys.exit(wrong > 0 or bool(unused))
+            wrong.append(f"{document}: fboctl {command}\n  ends with {found} instead of {status}, or"
+                         f" does not say \"{says}\":\n{output}")
+wrong += [f"No document shows: fboctl {begins}" for begins in sorted(unused)]
+sys.exit("\n".join(wrong) or 0)

@@ -74,6 +74,7 @@ def test_every_form_tells_the_same_and_what_the_service_answers():
         assert start == {"kind": "service started", "ok": True} and run["zone_count"] == 3, run
         for key in ("failed_zones", "unmeasured_zones"):
             assert run[key] == answer[key], (run, answer)
+        assert sum(causes(run).values()) == run["failed_zones"] + run["unmeasured_zones"], run
         assert {key: run[key] for key in ("before", "after")} == answer["measured"], run
         for form in FORMS:
             shown = [form.replace("P", p, 1).replace("SECONDS", "59").replace("TEXT", text)
@@ -114,7 +115,8 @@ def test_causes():
     """A device, a command that fails there, and why; after what has been asked before."""
     for device, command, *expected in (
             ("ufs40:micron,mapping_end=9", "trigger 1,2", "the linear mapping failed"),
-            ("ufs40:wdc,fault.fbo_max_lrc=missing", "--raw trigger 12", "the range limit cannot be read"),
+            ("ufs40:wdc,fault.fbo_max_lrc=missing", "--raw trigger 12",
+             "the range limit cannot be read"),
             ("ufs31:wdc,fault.fbs_flc_ops=missing", "trigger 1,2", "a node is missing or denied"),
             ("ufs31:wdc,accept=stuck", "trigger 1,2", "the list is not accepted"),
             ("ufs31:wdc,node.fbs_flc_ops=7", "trigger 1,2", "the device does not become idle"),
@@ -131,10 +133,10 @@ def test_causes():
             ("ufs40:wdc,fault.drop_caches=missing", "snapshot backup",
              "the page cache cannot be dropped"),
             ("ufs40:wdc,fault.ufshcd-qcom=missing", "support", "no controller is found"),
-            ("ufs40:wdc,node.vendor=NOBODY", "trigger 1,2,9,2")):
+            ("ufs40:wdc,node.vendor=NOBODY,report=11/4096", "trigger 1,2,9,2")):
         call = explain(threadtime(log_of(device, command)), *([1] if expected else [0]))[-1]
         assert list(causes(call)) == expected, (device, command, call)
-    assert (call["before"], call["after"]) == (2560, 256), call
+    assert (call["before"], call["after"], call["zones"][0]["retries"]) == (2560, 256, 1), call
 
 
 def test_lost_cut_and_interleaved_lines():
@@ -159,7 +161,7 @@ def test_lost_cut_and_interleaved_lines():
 
 def test_deaths():
     lines = threadtime(log_of("ufs40:samsung", "trigger 8,8,64,8"))
-    libc = "07-01 03:12:44.120  %d  1241 F libc    : terminating with uncaught exception of type x"
+    libc = "07-01 03:12:44.120  %d  1241 F libc  : terminating with uncaught exception of \x07"
     tombstone = "F/DEBUG   : >>> /vendor/bin/hw/%s <<<\nF/DEBUG   : Abort message: 'terminating'"
     init = "[   12.3] init: Service 'vendor.%s' (pid 1234) received signal 6"
     for row, dies in ((libc % 1234, True), (libc % 4321, False),
@@ -168,7 +170,8 @@ def test_deaths():
                       (init % "other", False), ("terminate called after throwing", True)):
         for restart in [], [lines[0].replace("1234", "1300")]:
             told = explain(lines[:20] + [row] + restart, 1)
-            assert sum(len(e.get("errors", [])) for e in told) == dies, (row, told)
+            errors = [error for event in told for error in event.get("errors", [])]
+            assert len(errors) == dies and all(map(str.isprintable, errors)), (row, told)
             cut = "the service died in it" if dies or restart else "lines are missing"
             assert causes(told[1]) == {cut: 1}, (row, told)
             assert (told[-1]["kind"] == "service started again") == bool(restart), told
@@ -230,9 +233,9 @@ def test_page_takes_its_place_when_it_is_whole():
     for source, status in ("nowhere", 2), ("/", 2), ("/dev/null", 1), (str(log), 0):
         assert page.read_text() == "old"
         fboctl(["explain", "--html", str(link), source], "", (status,))
+        assert not pathlib.Path("explain_page.new").exists()
     assert link.is_symlink() and page.read_text().endswith("</html>\n")
     assert page.stat().st_mode & 0o777 == 0o640
-    assert not pathlib.Path("explain_page.new").exists()
     # What is no file is written at once; what does not fit is no success.
     fboctl(["explain", "--html", "/dev/full", str(log)], "", (1,))
     assert pathlib.Path("/dev/full").is_char_device()
