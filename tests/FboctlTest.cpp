@@ -284,6 +284,9 @@ TEST(Fboctl, DefragmentsFiles) {
                 {"--dry-run --min-size 9K --json nowhere", 1, "\"path\" : \"nowhere\""},
                 {"--min-size 9K nowhere", 1, "before: "},
                 {"--dry-run --first-block 18446744073709551615", 1, "holes: does not fit on a"}});
+    // What the driver is tried with is no more than its limit.
+    expectEach("fboctl --sim ufs40:samsung,ranges=1 --trace exercise fbo --first-block 9 ",
+               {{"fboctl_files/holes 2>&1 | grep -q 'send_lr_list \"[0-9]*,[0-9]*.n\"'", 0, ""}});
 }
 
 /** A name is shown as it is only if no terminal obeys it, and none takes it for another one. */
