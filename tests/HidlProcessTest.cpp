@@ -95,15 +95,15 @@ class HidlProcess : public testing::Test {
     }
 
     /**
-     * Makes the process of a service of so many threads. Before anything else, while there are no
-     * threads here; it stands still until start().
+     * Makes the process of a service of so many threads, and perhaps of another user. Before
+     * anything else, while there are no threads here; it stands still until start().
      */
-    pid_t prepare(int threads) {
+    pid_t prepare(int threads, uid_t user = geteuid()) {
         const pid_t service = fork();
         if (service == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             raise(SIGSTOP);
-            serve(threads);
+            serve(threads, user);
         }
         waitpid(service, nullptr, WUNTRACED);
         services_.push_back(service);
@@ -131,10 +131,11 @@ class HidlProcess : public testing::Test {
   private:
     const sockaddr* address() const { return reinterpret_cast<const sockaddr*>(&address_); }
 
-    [[noreturn]] void serve(int threads) {
+    [[noreturn]] void serve(int threads, uid_t user) {
         unlink(address_.sun_path);
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         EXPECT_EQ(bind(fd, address(), sizeof(address_)), 0);
+        EXPECT_EQ(setuid(user), 0);
         host::offerServiceAt(fd);
         android::hardware::configureRpcThreadpool(threads, true);
         const sp<IFbo> service = new Held(tell, go);
@@ -281,6 +282,13 @@ TEST_F(HidlProcess, AsManyCallsRunAsThereAreThreads) {
         EXPECT_EQ(happened + tell.receive(3), process == services[0] ? "elel" : "eell");
         end(process);
     }
+}
+
+TEST_F(HidlProcess, AServiceOfAnotherUserIsNone) {
+    if (geteuid() != 0) GTEST_SKIP() << "this user can become no other";
+    start(prepare(4, 65534));
+    while (!stall("").ok()) std::this_thread::yield();
+    EXPECT_EQ(IFbo::tryGetService(), nullptr);
 }
 
 /** Whatever comes on the socket is its sender's affair alone. */
