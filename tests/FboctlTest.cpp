@@ -136,10 +136,10 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"ufs40:wdc,snapshot=2,drop_end=6 snapshot event", 1, "event: the drop failed"},
             {"ufs40:wdc,snapshot=2 --json snapshot event", 0, "{\n  \"event\" : \"dropped\"\n}"},
             {"ufs40:wdc,eua=0 doctor", 1,
-             "eua_support is not 1\n           -> EUA_isSupport answers false\n\u2713 eua      ufseua"},
+             "eua_support is not 1\n           -> EUA_isSupport answers false\n\u2713 eua   "},
             {"ufs40:wdc,eua=0 doctor eua --json", 1,
-             "\"advice\" : \"EUA_isSupport answers false\",\n    \"check\" : \"the driver offers EUA\""
-             ",\n    \"feature\" : \"eua\",\n    \"ok\" : false,\n    \"wrong\" : \"eua_support is"},
+             "\"advice\" : \"EUA_isSupport answers false\",\n    \"check\" : \"the driver offers"
+             " EUA\",\n    \"feature\" : \"eua\",\n    \"ok\" : false,\n    \"wrong\" : \"eua_s"},
             {"ufs40:samsung,fault.ufsfbo/fbo_support=missing support", 1, "the driver has no FBO"},
             {"ufs40:wdc,node.fbo_prog_state=0/~30:1/\\!EIO/* --trace trigger 1,8", 0,
              "0 s  wait 30\n      30 s  read fbo_prog_state \"1\"\n      30 s  sleep 6\n"
@@ -482,13 +482,13 @@ TEST(Fboctl, RunsBesideWhatMisbehaves) {
                "simulate() { fboctl --sim ufs40:samsung \"$@\"; }; ", {
             {"exec env --ignore-signal=CHLD fboctl --sim ufs40:samsung run sh -c 'exit 6'", 6, ""},
             {"simulate run true && rmdir fboctl_tmp", 0, ""},
-            {"simulate run sh -c 'kill -9 $PPID; until rmdir fboctl_tmp || [ ! -e fboctl_tmp ]; do :; "
-             "done; echo gone'", 137, "gone"},
+            {"simulate run sh -c 'kill -9 $PPID; until rmdir fboctl_tmp || [ ! -e fboctl_tmp ]; do "
+             ":; done; echo gone'", 137, "gone"},
             // Ctrl-C is for the command, but comes to all that belong to the terminal.
             {"setsid --wait fboctl --sim ufs40:samsung run sh -c 'trap : INT; kill -INT 0; "
              "fboctl eua size'", 0, "EUA size: 65536"},
-            {"simulate run sh -c 'trap \"exit 9\" TERM; kill $PPID; while kill -0 $PPID; do :; done'", 9,
-             ""},
+            {"simulate run sh -c 'trap \"exit 9\" TERM; kill $PPID; while kill -0 $PPID; do :; "
+             "done'", 9, ""},
             // Nobody reads log and trace any more.
             {"simulate --log --trace run sh -c 'for i in 1 2 3 4 5 6 7 8; do fboctl eua size; done "
              ">fboctl_sizes' 2>&1 | head -c 1; grep -c 65536 fboctl_sizes", 0, "8\n"}});
