@@ -324,7 +324,7 @@ TEST(Fboctl, SaysWhatIsLost) {
             {"mkdir state.new; kept run sh -c 'exit 7'", 7, "state is not kept"},
             {"sim support >/dev/full", 1, "standard output: "},
             {"sim wear --json >/dev/full", 1, "standard output: No space left on device"},
-            {"sim support >&-", 1, "standard output: "},
+            {"kept support >&-", 1, "standard output: "},
             {"touch other; chmod 640 other; ln -s other state; kept trigger 1,2,9,2 && "
              "stat -c '%F %a' state other && cat other", 0,
              "symbolic link 777\nregular file 640\n1,2,9,2"}});
