@@ -104,8 +104,9 @@ def test_times():
 def test_other_calls():
     lines = log_of("ufs40:wdc,snapshot=2", "eua erase 1,8:9,8", "snapshot drop", "snapshot drop",
                    "snapshot backup", "snapshot event", "snapshot event", "--raw trigger 1")
-    told = [(e["kind"], str(e.get("result", e.get("sent")))[:7], e["ok"])
-            for e in explain(threadtime(lines), 1)[1:]]
+    # Once each: on a busy machine an event is sent again.
+    told = list(dict.fromkeys((e["kind"], str(e.get("result", e.get("sent")))[:7], e["ok"])
+                              for e in explain(threadtime(lines), 1)[1:]))
     assert told == [("erase", "2", True), ("drop", "done", True), ("drop", "Nothing", True),
                     ("backup", told[3][1], told[3][2]), ("drop event", "Dropped", True),
                     ("drop event", "Less th", True), ("run", "None", False)], told
@@ -228,7 +229,8 @@ def test_page_takes_its_place_when_it_is_whole():
     assert log.read_text() == text
     page.write_text("old")
     page.chmod(0o640)
-    link.unlink(missing_ok=True)
+    for left in link, pathlib.Path("explain_page.new"):
+        left.unlink(missing_ok=True)
     link.symlink_to(page)
     for source, status in ("nowhere", 2), ("/", 2), ("/dev/null", 1), (str(log), 0):
         assert page.read_text() == "old"
