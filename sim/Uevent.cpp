@@ -4,11 +4,13 @@
 #include <linux/netlink.h>
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -65,26 +67,24 @@ bool isUeventSocket(int fd) {
            protocol == NETLINK_KOBJECT_UEVENT;
 }
 
-/** Whether an epoll instance of this process waits for `socket`. */
-bool isAwaited(int socket) {
-    // The same registration as the service's, so a modification changes nothing; an instance that
-    // does not have the socket refuses it. A plain system call, because the thread sanitizer would
-    // take epoll_ctl() for a use of other threads' descriptors.
+/** Whether `fd` is an epoll instance, asked without a change to what it waits for. */
+bool isEpoll(int fd, int stranger) {
+    // An instance does not know the stranger; what is none refuses in another way. A plain system
+    // call, because the thread sanitizer would take epoll_ctl() for a use of other threads'
+    // descriptors.
     epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = socket;
-    for (int fd = 0; fd < kDescriptors; ++fd) {
-        if (syscall(SYS_epoll_ctl, fd, EPOLL_CTL_MOD, socket, &event) == 0) return true;
-    }
-    return false;
+    return syscall(SYS_epoll_ctl, fd, EPOLL_CTL_MOD, stranger, &event) != 0 && errno == ENOENT;
 }
 
 size_t countListeners() {
-    size_t count = 0;
+    size_t sockets = 0;
+    size_t instances = 0;
+    const android::base::unique_fd stranger(eventfd(0, EFD_CLOEXEC));
     for (int fd = 0; fd < kDescriptors; ++fd) {
-        if (isUeventSocket(fd) && isAwaited(fd)) ++count;
+        sockets += isUeventSocket(fd);
+        instances += isEpoll(fd, stranger.get());
     }
-    return count;
+    return std::min(sockets, instances);
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ void sendKernelUeventTo(pid_t pid, std::string_view message);
 void sendUserUevent(std::string_view message);
 
 /**
- * Waits until `count` uevent sockets of this process are registered with epoll instances, that is,
- * until their owners get events. Throws std::runtime_error after 10 seconds.
+ * Waits until this process has `count` uevent sockets, which keep events from then on, and as many
+ * epoll instances, the last that their owners open. Throws std::runtime_error after 10 seconds.
  */
 void awaitListeners(size_t count);
 

@@ -15,11 +15,15 @@ TEST_F(Phone, KnowsTheLevelsOfEveryMaker) {
             {"KIOXIA  ", {0, 0, 9, 14, 29, 62, 105, 183, 429, 486, 512}},
             {"WDC     ", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}},
             // The first maker named in the text wins, in the order of the tables.
-            {"SKhynixWDC", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}}};
+            {"SKhynixWDC", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}},
+            {"KIOXIAWDC", {0, 1, 3, 11, 11, 27, 30, 64, 106, 221, 223}},
+            {"WDCMICRON", {0, 1, 2, 4, 6, 9, 12, 15, 20, 26, 38}}};
     start("ufs40:samsung");
     EXPECT_TRUE(service->level_to_num.empty());
     for (const auto& [vendor, levels] : kMakers) {
         set("node.vendor", vendor);
+        // What a run has entered goes.
+        service->level_to_num[77] = 0;
         EXPECT_EQ(call(kRead), "1024");
         ASSERT_EQ(service->level_to_num.size(), levels.size());
         for (int i = 0; i < 11; ++i) EXPECT_EQ(service->level_to_num[i], levels[i]) << vendor << i;
@@ -81,12 +85,14 @@ TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
             {"node.vendor=NOBODY,wear=2400", kAsk, "true", "", "!pecycle info fail"},
             {"node.vendor=NOBODY", kRead, "1024", "", "pe_cycle: -2"},
             {"wear=2399", kAsk, "true", "", "!pecycle info fail;FBO support."},
+            {"node.vendor=NOBODY", kRead, "1024", "", "pe_cycle: 2399"},
             // Read once and remembered, as long as both are there.
             {"wear=2400", kAsk, "true", "", "!pe_cycle"}});
     service->level_to_num.clear();
     expect({{";wear=5", kAsk, "false", "", "!FBO support."}});
     service->pe_cycle = -2;
-    expect({{"wear=4294967295", kAsk, "true"},
+    expect({{"wear=4294967295", kAsk, "true", "", "pe_cycle: -1"},
+            {"", kAsk, "true", "", "!pe_cycle"},
             {"node.fbo_support=0;node.fbo_support=;node.fbo_support= 1;node.fbo_support=2;"
              "fault.fbo_support=read-error",
              kAsk, "false", "", "device does not fbo"},
@@ -98,12 +104,14 @@ TEST_F(Phone, ReadsGenerationAndLimits) {
     start("ufs40:samsung,ranges=99");
     expect({{"node.is_ufs31=1\n;node.is_ufs31=01;node.is_ufs31= +1x", "FBO_isUFS31", "true", "",
              "3.1 version"},
-            {";node.is_ufs31=11;fault.is_ufs31=unreadable", "FBO_isUFS31", "false", "", "!version"},
+            {";node.is_ufs31=11;node.is_ufs31=0x1;fault.is_ufs31=unreadable", "FBO_isUFS31",
+             "false", "", "!version"},
             {"node.is_ufs31=", "FBO_isUFS31", "invalid_argument"},
             {"", "FBO_Get_MinLBASize", "1"},
             {"node.fbo_min_lrs=4294967296", "FBO_Get_MinLBASize", "out_of_range"},
             {"fault.fbo_min_lrs=missing", "FBO_Get_MinLBASize", "-1"},
             {"", "FBO_Get_MaxLBACount", "0 99"},
+            {"node.fbo_max_lrc=-7", "FBO_Get_MaxLBACount", "0 -7"},
             {"node.fbo_max_lrc=many", "FBO_Get_MaxLBACount", "invalid_argument"},
             {"fault.fbo_max_lrc=missing", "FBO_Get_MaxLBACount", "-10 -"}});
 }

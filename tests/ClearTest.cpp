@@ -17,15 +17,19 @@ TEST_F(Phone, ClearBringsTheDeviceToIdle) {
             {kStates + "1/1/1/1/1/1/1/1/1/1/1/0", kClear, "0 r9 f9", "(op=0 +30)*10 op=0"},
             {kStates + "1", kClear, "-11 r9 f10", "(op=0 +30)*10 op=0", "flc ops abnormal"},
             // A zero anywhere in the last state will do, but only in the last one.
-            {kStates + "1/10", kClear, "0 r9 f9", "(op=0 +30)*10 op=0", "!abnormal"},
+            {kStates + "1/10;" + kStates + "1/103", kClear, "0 r9 f9", "(op=0 +30)*10 op=0",
+             "!abnormal"},
             {kStates + "10/10/7", kClear, "-11 r9 f10", "(op=0 +30)*10 op=0"},
             // A state that turns empty is taken for the one before.
             {kStates + "20/", kClear, "0 r9 f9", "(op=0 +30)*10 op=0"},
             {kStates + "1/1/busy", kClear, "invalid_argument", "op=0 +30 op=0"},
+            {kStates + "1/1/1/busy", kClear, "invalid_argument r1 f1", "(op=0 +30)*2 op=0"},
             {kStates + ";" + kStates + "busy;fault.fbo_prog_state=read-error", kClear,
              "invalid_argument"},
-            {"fault.fbo_prog_state=missing;fault.fbo_operation_control=unwritable", kClear,
-             "-10"}});
+            {"fault.fbo_prog_state=missing", kClear, "-10", "",
+             kNodes + "fbo_prog_state open fail"},
+            {"fault.fbo_operation_control=unwritable,fault.fbo_prog_state=missing", kClear, "-10",
+             "", kNodes + "fbo_operation_control open fail"}});
 }
 
 TEST_F(Phone, RecordsACounter) {

@@ -1,5 +1,6 @@
 #include "Phone.h"
 #include "fbo/Globals.h"
+#include "sim/Clock.h"
 
 namespace {
 
@@ -51,10 +52,10 @@ const std::vector<Row> kUfs40 = {
         {"analysis=0,optimise=stuck", "", "0 7 - r200 f0", "L op=1 op=2 +1200"},
         {"node.fbo_prog_state=7", "", "-11 - - r9 f10", "(op=0 +30)*10 op=0"},
         // Nothing checks the level's character: "a" is 10, all others count by their code.
-        {"analysis=0,optimise=0,node.fbo_get_lr_frag_level=0123456789a..................", "",
-         "0 10 10", "L op=1 op=2 op=0 L op=1"},
-        {"analysis=0,optimise=0,node.fbo_get_lr_frag_level=0123456789\xff..................", "",
-         "0 207 207", "L op=1 op=2 op=0 L op=1"},
+        {"analysis=0,optimise=0,node.fbo_get_lr_frag_level=0123456789a................../"
+         "0123456789b..................", "", "0 10 50", "L op=1 op=2 op=0 L op=1"},
+        {"analysis=0,optimise=0,node.fbo_get_lr_frag_level=0123456789\xff................../"
+         "0123456789A..................", "", "0 207 17", "L op=1 op=2 op=0 L op=1"},
         {"fault.fbo_prog_state=missing", "", "-10 - -"},
         {"fault.fbo_send_lr_list=missing", "", "-10 - -", "", "Open file failure"},
         {"", "", "-10 - -", "L", "Open file failure", "write buff lba",
@@ -110,6 +111,14 @@ const std::vector<Row> kUfs31 = {
         {"analysis=0,node.fbs_defrag_ops=0/2/3/3/0", "", "0 7 7 r3 f0",
          "L flc=1 defrag=1 +6 flc=0 L flc=1"},
         {"analysis=0,node.fbs_defrag_ops=0/3", "", "0 7 - r200 f0", "L flc=1 defrag=1"},
+        // What is read once more after a failure is not looked at.
+        {"analysis=0,node.fbs_defrag_ops=0/255/x/0", "", "0 7 7 r0 f1",
+         "L flc=1 defrag=1 flc=0 L flc=1 defrag=1 flc=0 L flc=1"},
+        // What has been sent or read again counts, whatever the answer.
+        {"node.fbs_flc_ops=0/2/x", "", "invalid_argument r1 f1", resent(1)},
+        {"node.fbs_flc_ops=0/1/2/x", "", "invalid_argument r1 f0", "L flc=1 +6"},
+        {"analysis=0,node.fbs_defrag_ops=0/2/x", "", "invalid_argument r1 f0",
+         "L flc=1 defrag=1 +6"},
         // A node that FBO_Clear() cannot open is a failure of the device, other than on UFS 4.0.
         {"fault.fbs_defrag_ops=missing", "", "-11 - -", "", "check defrag ops."},
         {"fault.fbs_flc_ops=missing", "", "-11 - -", "", "!check defrag ops."},
@@ -132,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(Ufs31, FreshPhone,
 /** A stop ends the call, but only after the device has been brought back to idle. */
 TEST_F(Phone, EnginesStopInEachPoll) {
     start("ufs40:samsung,analysis=12,optimise=12");
-    onSleep(1, [this] { call("FBO_stateCtl stop"); });
+    onSleep(1, [] { hal_status_flag = -1; });
     expect({{"", "UFS40_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 op=1 +6 op=0"},
             {"", "FBO_stateCtl continue", "continue"}});
     onSleep(3, [this] { call("FBO_stateCtl stop"); });
@@ -142,7 +151,7 @@ TEST_F(Phone, EnginesStopInEachPoll) {
 
 TEST_F(Phone, Ufs31StopsInEachPoll) {
     start("ufs31:samsung,analysis=12,optimise=12");
-    onSleep(1, [this] { call("FBO_stateCtl stop"); });
+    onSleep(1, [] { hal_status_flag = -1; });
     expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 flc=1 +6 flc=0",
              "hal stop\n;hal stop.\n"},
             {"", "FBO_stateCtl continue", "continue"}});
@@ -169,5 +178,30 @@ TEST_F(Phone, ALongListIsOneStore) {
     expect({{"", "UFS31_FBO_Imp " + list, "-11 - - r201 f1",
              "list=" + list + " +30 list=" + list + "- flc=1 +1200"}});
 }
+
+class Waiting : public FreshPhone {};
+
+/** The nodes of an operation stay open while it waits; the answer is their number. */
+TEST_P(Waiting, KeepsItsNodesOpen) {
+    start(GetParam().settings);
+    const size_t before = openDescriptors().size();
+    size_t nodes = 0;
+    sim::onSleep([&] { nodes = openDescriptors().size() - before; });
+    call(GetParam().call);
+    EXPECT_EQ(std::to_string(nodes), GetParam().answer);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(, Waiting, testing::ValuesIn(std::vector<Row>{
+        {"ufs40:samsung,node.fbo_prog_state=7", "UFS40_FBO_Imp 1,2", "2"},
+        {"ufs40:samsung,analysis=6,optimise=stuck", "UFS40_FBO_Imp 1,2", "2"},
+        {"ufs40:samsung,analysis=stuck,linear=0", "FBO_trigger 1,2,", "3"},
+        {"ufs31:samsung,accept=stuck", "UFS31_FBO_Imp 1,2", "2"},
+        {"ufs40:samsung,mapping=stuck", "FBO2_Linear_Mapping 1|2", "2"},
+        {"ufs40:samsung,backup=2", "SnapShot_startBackup", "1"},
+        {"ufs40:kioxia,snapshot=2,drop=2", "SnapShot_startDrop", "1"},
+        {"ufs40:samsung", "EUA_SendEraseCmd 1,2", "1"}, {"ufs40:samsung", "drop_caches 1", "1"},
+}));
+// clang-format on
 
 }  // namespace

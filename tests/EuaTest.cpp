@@ -1,3 +1,4 @@
+#include <array>
 #include <functional>
 
 #include "Phone.h"
@@ -7,68 +8,78 @@
 
 namespace {
 
-/** A phone, fields of its INQUIRY data, and the row of the table that matches; -1 for none. */
-struct Exclusion {
-    const char *device, *vendor, *product, *revision;
-    int row;
+using Part = std::array<std::string, 3>;
+
+/** Vendor, part number and revision of parts that are excluded from some phones. */
+const Part kParts[] = {{"SKhynix", "HN8T174EJKX075", "X202"},
+                       {"SKhynix", "HN8T174EJKX075", "X204"},
+                       {"MICRON", "MT256GBEAX4U40", "0203"},
+                       {"MICRON", "MT001TAYAX8U40", "0203"},
+                       {"KIOXIA", "THGJFLT2E46BATPB", "1100"}};
+
+/** A phone's model, and the row of the table that excludes each of the parts; -1 for none. */
+struct Model {
+    const char* name;
+    std::array<int, std::size(kParts)> rows = {-1, -1, -1, -1, -1};
 };
 
-void PrintTo(const Exclusion& exclusion, std::ostream* out) {
-    *out << exclusion.device << " " << exclusion.vendor << " " << exclusion.revision;
+void PrintTo(const Model& model, std::ostream* out) {
+    *out << model.name;
 }
 
 // clang-format off
-const Exclusion kExclusions[] = {
+const Model kModels[] = {
         // Without the property.
-        {"", "MICRON", "MT256GBEAX4U40", "0203", -1},
-        {"tarno", "SKhynix", "HN8T174EJKX075", "X202", 0},
-        {"tarno", "SKhynix", "HN8T174EJKX075", "X204", -1},
-        {"tarno", "MICRON", "MT256GBEAX4U40", "0203", 1},
-        {"tarno_eea", "MICRON", "MT001TAYAX8U40", "0203", 2},
-        {"tarn", "MICRON", "MT001TAYAX8U40", "0203", -1},
-        {"belvane", "", "", "", 3}, {"belvane_in", "SAMSUNG", "SIMUFS40-S256", "0800", 3},
-        {"corvi", "WDC", "x", "y", 4}, {"Corvi", "WDC", "x", "y", -1},
-        {"dravine", "SKhynix", "HN8T174EJKX075", "X202", 5},
-        {"dravine", "SKhynix", "HN8T174EJKX075xx", "X204", 6},
-        {"dravine", "SKhynix", "HN8T174EJKX07", "X204", -1},
-        {"elmscote", "SKhynix", "HN8T174EJKX075", "X202", 7},
-        {"elmscote", "KIOXIA", "THGJFLT2E46BATPB", "1100", 8},
-        {"elmscote", "MICRON", "THGJFLT2E46BATPB", "1100", -1},
-        {"fenlow", "MICRON", "MT256GBEAX4U40", "0203", 9},
-        {"xtarno", "SKhynix", "HN8T174EJKX075", "X202", -1},
-        {"belvan", "", "", "", -1}, {"corv", "WDC", "x", "y", -1},
-        {"dravin", "SKhynix", "HN8T174EJKX075", "X204", -1},
-        {"dravine", "SKhynix", "HN8T174EJKX07", "X202", -1},
-        {"elmscot", "KIOXIA", "THGJFLT2E46BATPB", "1100", -1},
-        {"fenlo", "MICRON", "MT256GBEAX4U40", "0203", -1},
-        {"fenlow", "MICRON", "MT256GBEAX4U4", "0203", -1},
+        {""},
+        {"tarno", {0, -1, 1, 2, -1}}, {"tarno_eea", {0, -1, 1, 2, -1}}, {"tarn"}, {"xtarno"},
+        {"belvane", {3, 3, 3, 3, 3}}, {"belvane_in", {3, 3, 3, 3, 3}}, {"belvan"},
+        {"corvi", {4, 4, 4, 4, 4}}, {"corv"}, {"Corvi"},
+        {"dravine", {5, 6, -1, -1, -1}}, {"dravin"},
+        {"elmscote", {7, -1, -1, -1, 8}}, {"elmscot"},
+        {"fenlow", {-1, -1, 9, -1, -1}}, {"fenlo"},
 };
 // clang-format on
 
 /** A phone is of one model for as long as it is on. */
-class Excluded : public Phone, public testing::WithParamInterface<Exclusion> {};
+class Excluded : public Phone, public testing::WithParamInterface<Model> {
+  protected:
+    void setPart(const Part& part) {
+        set("node.inquiry", sim::inquiryData(part[0], part[1], part[2]));
+    }
+};
 
 TEST_P(Excluded, TurnsBothQueriesAround) {
-    const Exclusion& exclusion = GetParam();
-    start(std::string("ufs40:samsung,device=") + exclusion.device);
-    set("node.inquiry", sim::inquiryData(exclusion.vendor, exclusion.product, exclusion.revision));
-    const bool match = exclusion.row >= 0;
-    const std::string log = match ? "match (" + std::to_string(exclusion.row) + "), " : "!match";
-    expect({{"", "checkDisableEuaPolicy", match ? "true" : "false", "", log},
-            {"", "EUA_isSupport", match ? "false" : "true", "",
-             match ? "set eua support to false." : "!set eua"},
-            {"", "EUA_SupportSize", match ? "0" : "65536", "",
-             match ? "set support size to 0." : "!set support"}});
+    const std::string name = GetParam().name;
+    start("ufs40:samsung,device=" + name);
+    for (size_t i = 0; i < std::size(kParts); ++i) {
+        const int row = GetParam().rows[i];
+        const bool any_part = row == 3 || row == 4;
+        Part part = kParts[i];
+        const Part named = any_part ? Part() : part;
+        setPart(part);
+        if (row < 0) {
+            expect({{"", "checkDisableEuaPolicy", "false", "", "!match"},
+                    {"", "EUA_isSupport", "true", "", "!set eua"},
+                    {"", "EUA_SupportSize", "65536", "", "!set support"}});
+            continue;
+        }
+        expect({{"", "checkDisableEuaPolicy", "true", "",
+                 "match (" + std::to_string(row) + "), device (" + name.substr(0, name.find('_')) +
+                         "), vendor (" + named[0] + "), P/N (" + named[1] + "), Rev (" + named[2]},
+                {"", "EUA_isSupport", "false", "", "set eua support to false."},
+                {"", "EUA_SupportSize", "0", "", "set support size to 0."}});
+        // A part with less of a field is another one.
+        for (std::string& field : part) {
+            const char last = field.back();
+            field.pop_back();
+            setPart(part);
+            expect({{"", "checkDisableEuaPolicy", any_part ? "true" : "false"}});
+            field += last;
+        }
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(, Excluded, testing::ValuesIn(kExclusions));
-
-TEST_F(Phone, NamesTheFieldsOfTheRow) {
-    start("ufs40:samsung,device=fenlow");
-    set("node.inquiry", sim::inquiryData("MICRON", "MT256GBEAX4U40", "0203"));
-    expect({{"", "checkDisableEuaPolicy", "true", "",
-             "match (9), device (fenlow), vendor (MICRON), P/N (MT256GBEAX4U40), Rev (0203)"}});
-}
+INSTANTIATE_TEST_SUITE_P(, Excluded, testing::ValuesIn(kModels));
 
 TEST_F(Phone, AsksForTheSupportBeforeThePolicy) {
     start("ufs40:samsung,device=corvi");
@@ -130,6 +141,7 @@ TEST_F(Phone, EraseListsAreSplitAtColons) {
             {"", erase + "::", "true", unmap + "! +10", "erase lba  "},
             {"", erase + ":1,2", "true", unmap + "! +10"},
             {"", erase + "1,2::3,4", "true", unmap + "1,2 +5 " + unmap + "! +10"},
+            {"", erase + '\0' + ":x", "true", unmap + '\0' + "! +10"},
             {"", erase + "5,6:x:3,4", "true", unmap + "5,6 +5 " + unmap + "x! +10"},
             {"fault.eua_file_lba_unmap=write-error", erase + "9,1", "true", unmap + "9,1! +5",
              "!unmap fail"},
@@ -145,11 +157,11 @@ TEST_F(Phone, ReportsTheWear) {
     start("ufs40:samsung,wear=3000,device=corvi");
     const std::string report = "EUA_GetFreeSpaceAPECycle";
     // The cycles are read once, if it works, and whether EUA is supported each time.
-    expect({{"fault.hr=missing", report, "", "",
+    expect({{"node.eua_support=x", report, "invalid_argument", "", "!pe_cycle"},
+            {"fault.hr=missing", report, "", "",
              "E EUA_GetFreeSpaceAPECycle [FBO-HAL] get ufs;Cycle is  "},
             {"", report, "3000:0", "", "eua_support is 0 ;GetFreeSpaceAPECycle is 3000:0 "},
-            {"wear=4000,fault.eua_support=missing", report, "3000:0"},
-            {"node.eua_support=x", report, "invalid_argument"}});
+            {"wear=4000,fault.eua_support=missing", report, "3000:0"}});
     EXPECT_THROW(service->EUA_GetFreeSpaceAPECycle(nullptr), std::bad_function_call);
     // An unknown maker is no failure: the report is of the wear that is not known.
     service->pe_cycle = -2;

@@ -12,6 +12,7 @@ INSTANTIATE_TEST_SUITE_P(
                 Row{"ufs40:samsung,mapping=4", kMap, "0", kSent + " +6",
                     "is on going.;state is: 1.;state is: 5."},
                 Row{"ufs40:samsung,mapping=0,mapping_end=2", kMap, "-11", kSent, "abnormal, exit"},
+                Row{"ufs40:samsung,mapping=0,mapping_end=255", kMap, "-11", kSent},
                 Row{"ufs40:samsung,mapping=stuck", kMap, "-11", kSent + " +600"},
                 Row{"ufs40:samsung,fault.fbo_send_lr_list=missing", kMap, "-10"},
                 Row{"ufs40:samsung,node.fbo_prog_state=7", kMap, "-11 r9 f10",
@@ -35,7 +36,8 @@ TEST_F(Phone, AsksWhetherToMapLinearly) {
              "node.fbo2_linear_map_state=0;node.fbo2_linear_map_state=2",
              ask, "false - -"},
             {"fault.fbo2_linear_mapping_end=missing", ask, "false 0 -"},
-            {"node.fbo2_linear_map_state=yes", ask, "invalid_argument"}});
+            {"node.fbo2_linear_map_state=yes;node.fbo2_linear_map_state=", ask,
+             "invalid_argument"}});
     // A stop does not shorten a mapping.
     expect({{"mapping=9", "FBO_stateCtl stop", "stop"}, {"", kMap, "0", kSent + " +9"}});
 }

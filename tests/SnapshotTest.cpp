@@ -127,6 +127,7 @@ TEST_F(Phone, SetsTheFreeBlocksWhereTheyDiffer) {
              "Open dropfreesize file"},
             {"node.dropfreesize=-", set + "1", "invalid_argument"},
             {"node.vendor=KIOXIA", set + "2", "KIOXIA", "dropfreesize=2"},
+            {"node.vendor=KIOXIAWDC", set + "3", "KIOXIAWDC", "dropfreesize=3"},
             {"node.vendor=SAMSUNG", set + "1", "SAMSUNG", "", "!m/k"},
             {"fault.vendor=missing", set + "1", "-", "", "get ufs vendor fail"}});
 }
@@ -145,6 +146,8 @@ TEST_F(Phone, ReadsTheStatusByItsWord) {
     expect({{"node.status=bogus;node.status=", ask, "0"},
             {"fault.status=missing", ask, "0", "", "Open status file failure"}});
     EXPECT_EQ(snapshotStatusMap.at("bogus"), SNAPSHOT_STATUS_IDLE);
+    EXPECT_EQ(snapshotCtrlMap.at(SNAPSHOT_CTRL(2)) + snapshotCtrlMap.at(SNAPSHOT_CTRL(3)),
+              "restoredrop");
 }
 
 const std::string kBackup = "SnapShot_startBackup";
@@ -179,7 +182,10 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
          "gsort_size=16777216"},
         {"ufs40:samsung,gsort_size=9437184", kBackup, "false", kRecorded + "!",
          "write_to_partition fail"},
-        {"ufs40:samsung,fault.ctrl=missing", kBackup, "false", kRecorded, "Open ctrl file failure"},
+        // A record that is written in part counts as written.
+        {"ufs40:samsung,backup=0,gsort_size=9437200", kBackup, "true", kStart},
+        {"ufs40:micron,fault.ctrl=missing", kBackup, "false", kRecorded + " dropfreesize=4194304",
+         "Open ctrl file failure"},
         {"ufs40:micron,node.dropfreesize=-", kBackup, "invalid_argument", kRecorded},
         // The free blocks wrap at 32 bits.
         {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8191", kBackup, "true",
@@ -198,6 +204,7 @@ INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:kioxia,snapshot=2,drop=stuck", kDrop, "false", "ctrl=stop +30"},
         // Dropped, but not idle: waited for all the same, and good in the end.
         {"ufs40:micron,snapshot=2,drop=1,drop_end=4", kDrop, "true", "ctrl=stop +30"},
+        {"ufs40:wdc,snapshot=2,drop_end=5", kDrop, "false", "ctrl=stop"},
         {"ufs40:wdc,snapshot=2,drop_end=6", kDrop, "false", "ctrl=stop", "drop failed."},
         {"ufs40:wdc,snapshot=2,drop_end=0", kDrop, "true", "ctrl=stop"},
         // Without its vendor a device counts as one that drops at once.

@@ -79,6 +79,7 @@ TEST_F(Phone, RunsAMebibyte) {
 TEST_F(Phone, AnswersZeroToWhatItCannotRun) {
     start("ufs40:samsung");
     expect({{"", kTrigger + ";" + kTrigger + ",;" + kTrigger + "1", "Fbo:0:0", "", "lba null."},
+            {"", kTrigger + std::string(2, '\0'), "Fbo:0:0", kAny, "!lba null."},
             {"fault.fbo_max_lrc=missing", kTrigger + "1,2,", "Fbo:0:0", "", "max lrc fail."}});
 }
 
@@ -184,9 +185,9 @@ TEST_F(Phone, AStopIsTakenBackByContinueAndByALaterRun) {
     start(kQuick);
     EXPECT_FALSE(is_stop);
     // Without any stop before, the flag is nobody's to clear.
-    hal_status_flag = 1;
+    hal_status_flag = -1;
     expect({{"", kTrigger + "1,2,", "Fbo:0:0", "", "D FBO_trigger [FBO-HAL] hal stop."}});
-    EXPECT_EQ(hal_status_flag, 1);
+    EXPECT_EQ(hal_status_flag, -1);
 
     // clang-format off
     const struct { const char* text; int flag; bool latch; } kRows[] = {
@@ -202,8 +203,16 @@ TEST_F(Phone, AStopIsTakenBackByContinueAndByALaterRun) {
     // Too short a request is refused before it takes a stop back.
     call(kTrigger + "1");
     EXPECT_EQ(hal_status_flag, 1);
-    call(kTrigger + "1,2,");
+    expect({{"fault.fbo_max_lrc=missing", kTrigger + "1,2,", "Fbo:0:0"}});
     EXPECT_EQ(hal_status_flag, 0);
+    // What a stopped run has reached is not compared.
+    onLog("lba is: 3,4", [this] { call("FBO_stateCtl stop"); });
+    expect(
+            {{"node.fbo_get_lr_frag_level=0123456789"
+              "1.................../"
+              "0123456789"
+              "9...................",
+              kTrigger + "1,2,3,4,5,6,", "Fbo:4864:124416", kAny}});
 }
 
 /** A trace with its log: what happens to the nodes after a line is told behind it. */

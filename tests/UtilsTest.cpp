@@ -5,6 +5,17 @@
 
 namespace {
 
+int syncs = 0;
+
+}  // namespace
+
+/** The library's sync(2). */
+extern "C" void sync() {
+    ++syncs;
+}
+
+namespace {
+
 const std::string kQcom = "/sys/bus/platform/drivers/ufshcd-qcom/1d84000.ufshc";
 const std::string kMtk = "/sys/bus/platform/drivers/ufshcd-mtk/112b0000.ufshci/ufsfbo/";
 const std::string kFind = "getFeatureDevicePath /ufsfbo/";
@@ -68,7 +79,7 @@ TEST_F(Phone, ReadsTheFirstWordOfAFile) {
     expect({{text + ";" + text + " \n\t ;fault.fbo_min_lrs=read-error", read, "true -"},
             {text + "one\n", read, "true one"},
             {text + "\n\v two three", read, "true two"},
-            {text + "four", read, "true four"},
+            {text + "four\f5;" + text + "four\r\n", read, "true four"},
             {text + word + "y", read, "true " + word},
             {"fault.fbo_min_lrs=missing", read, "false -", "", "E readFileToString Open /sys"}});
     // A word of another file can be longer than what is read at once.
@@ -83,6 +94,7 @@ TEST_F(Phone, ReadsVendorAndVolume) {
     const std::string link(509, 'x');
     expect({{"", "getUFSVendor", "9 SAMSUNG \n"},
             {"node.vendor=ABCDEFGHIJKLM", "getUFSVendor", "10 ABCDEFGHIJ"},
+            {"node.vendor=AB\\x00CD", "getUFSVendor", "5 AB"},
             {"fault.vendor=read-error", "getUFSVendor", "-1 -", "", "node read fail"},
             {"fault.vendor=missing", "getUFSVendor", "-1 -", "", "node open fail"},
             {"", "get_userdata_mapper", "dm-5", "", "userdata: /dev/block/dm-5."},
@@ -117,9 +129,10 @@ TEST_F(Phone, DropsThePageCacheAndSpins) {
             {"", "drop_caches 2", "0", "(drop_caches=3 +1)*2"},
             {"fault.drop_caches=write-error", "drop_caches 1", "0", "drop_caches=3! +1"},
             {"fault.drop_caches=unwritable", "drop_caches 1", "-1"}});
-    sim::setTick(1);
-    expect({{"", "delay_work_timer 3", "", "", "start time: 1700000004, delay time is 3"},
-            {"", "delay_work_timer 3", "", "", "current time is 1700000011."}});
+    EXPECT_EQ(syncs, 3);
+    sim::setTick(2);
+    expect({{"", "delay_work_timer 3", "", "", "start time: 1700000005, delay time is 3"},
+            {"", "delay_work_timer 4", "", "", "current time is 1700000015."}});
 }
 
 TEST_F(Phone, TheServiceIsCastToItsInterfaceAndAStrangerIsNot) {
