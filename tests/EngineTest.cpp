@@ -19,6 +19,13 @@ std::vector<Row> forEngine(const std::string& engine, const std::string& device,
     return rows;
 }
 
+/** `text` a hundred times. */
+std::string often(const std::string& text) {
+    std::string texts;
+    for (int i = 0; i < 100; ++i) texts += text;
+    return texts;
+}
+
 /** What a UFS 3.1 device is sent if it does not accept the list `times` times. */
 std::string resent(int times) {
     std::string text = "L +" + std::to_string(30 * times) + " list=";
@@ -70,6 +77,11 @@ const std::vector<Row> kUfs40 = {
         {"analysis=stuck", "", "-11 - - r200 f0", "L op=1 +1200", "", "on going",
          "fault.fbo_prog_state=read-error"},
         {"node.fbo_prog_state=0/x", "", "invalid_argument", "L op=1"},
+        // A stop ends the call, but only after the device has been brought back to idle.
+        {"analysis=12", "", "0 - - r1 f0", "L op=1 +6 op=0", "hal stop\n;hal stop.\n",
+         "flc ops is: 1", "stop"},
+        {"analysis=12,optimise=6", "", "0 7 - r2 f0", "L op=1 +12 op=2 op=0",
+         "hal stop\n;hal stop.\n", "enable optimization", "stop"},
         {"node.fbo_prog_state=0/1/99999999999", "", "out_of_range r1 f0", "L op=1 +6"},
 };
 
@@ -119,6 +131,14 @@ const std::vector<Row> kUfs31 = {
         {"node.fbs_flc_ops=0/1/2/x", "", "invalid_argument r1 f0", "L flc=1 +6"},
         {"analysis=0,node.fbs_defrag_ops=0/2/x", "", "invalid_argument r1 f0",
          "L flc=1 defrag=1 +6"},
+        {"analysis=12", "", "0 - - r1 f0", "L flc=1 +6 flc=0", "hal stop\n;hal stop.\n",
+         "flc ops is: 2", "stop"},
+        {"analysis=12,optimise=6", "", "0 7 - r2 f0", "L flc=1 +12 defrag=1 flc=0 defrag=0",
+         "hal stop\n;!hal stop.", "enable defrag", "stop"},
+        // The five minutes of sending again do not look at a stop; the next wait does.
+        {"accept=61/0", "", "0 - - r3 f3", resent(3) + " flc=1 flc=0", "", "write buff lba", "stop"},
+        // A device that keeps failing keeps the engine at it.
+        {"analysis=0,optimise=0,optimise_end=" + often("255/") + "-1", "", "0 7 1 r0 f100", kAny},
         // A node that FBO_Clear() cannot open is a failure of the device, other than on UFS 4.0.
         {"fault.fbs_defrag_ops=missing", "", "-11 - -", "", "check defrag ops."},
         {"fault.fbs_flc_ops=missing", "", "-11 - -", "", "!check defrag ops."},
@@ -137,37 +157,6 @@ INSTANTIATE_TEST_SUITE_P(Ufs40, FreshPhone,
                          testing::ValuesIn(forEngine("UFS40_FBO_Imp", "ufs40:samsung", kUfs40)));
 INSTANTIATE_TEST_SUITE_P(Ufs31, FreshPhone,
                          testing::ValuesIn(forEngine("UFS31_FBO_Imp", "ufs31:samsung", kUfs31)));
-
-/** A stop ends the call, but only after the device has been brought back to idle. */
-TEST_F(Phone, EnginesStopInEachPoll) {
-    start("ufs40:samsung,analysis=12,optimise=12");
-    onSleep(1, [] { hal_status_flag = -1; });
-    expect({{"", "UFS40_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 op=1 +6 op=0"},
-            {"", "FBO_stateCtl continue", "continue"}});
-    onSleep(3, [this] { call("FBO_stateCtl stop"); });
-    expect({{"", "UFS40_FBO_Imp 8,8,64,8", "0 10 - r3 f0", "list=8,8,64,8 op=1 +12 op=2 +6 op=0",
-             "hal stop\n;hal stop.\n"}});
-}
-
-TEST_F(Phone, Ufs31StopsInEachPoll) {
-    start("ufs31:samsung,analysis=12,optimise=12");
-    onSleep(1, [] { hal_status_flag = -1; });
-    expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 - - r1 f0", "list=8,8,64,8 flc=1 +6 flc=0",
-             "hal stop\n;hal stop.\n"},
-            {"", "FBO_stateCtl continue", "continue"}});
-    onSleep(3, [this] { call("FBO_stateCtl stop"); });
-    expect({{"", "UFS31_FBO_Imp 8,8,64,8", "0 10 - r3 f0",
-             "list=8,8,64,8 flc=1 +12 defrag=1 +6 flc=0 defrag=0", "hal stop\n;!hal stop."},
-            {"", "FBO_stateCtl continue", "continue"}});
-    // The five minutes of resending do not look at a stop; the next wait does.
-    onSleep(1, [this] { call("FBO_stateCtl stop"); });
-    expect({{"accept=100", "UFS31_FBO_Imp 8,8", "0 - - r4 f4", kAny},
-            {"", "FBO_stateCtl continue", "continue"}});
-    // A device that keeps failing keeps the engine at it until a stop.
-    onSleep(100, [this] { call("FBO_stateCtl stop"); });
-    expect({{"accept=0,analysis=12,optimise=0,optimise_end=255", "UFS31_FBO_Imp 8,8,64,8",
-             "0 10 - r100 f50", kAny}});
-}
 
 /** A long list and its line feed are one store, however a stream would split them. */
 TEST_F(Phone, ALongListIsOneStore) {

@@ -149,6 +149,23 @@ TEST_F(Phone, EraseListsAreSplitAtColons) {
     EXPECT_EQ(phone().unmapped(), "1,10");
 }
 
+TEST_F(Phone, TellsOfEua) {
+    start("ufs40:samsung,device=corvi,node.vendor=SAMSUNG");
+    call("EUA_GetFreeSpaceAPECycle");
+    call("EUA_SendEraseCmd 1,2:3,4");
+    EXPECT_EQ(transcriptOf(events()), R"( | eua_support: 1
+I EUA_isSupport eua_support is 1
+D getUfsInfo vendor_id SAMSUNG , product_id SIMUFS40-S256   , product_rev 0800
+D checkDisableEuaPolicy Check Policy match (4), device (corvi), vendor (), P/N (), Rev ()
+D EUA_isSupport disable eua policy match, set eua support to false.
+D EUA_GetFreeSpaceAPECycle eua_support is 0  | vendor: SAMSUNG
+I getUFSPEcycleALevelToNum ufs vendor: SAMSUNG pe_cycle: 120
+D EUA_GetFreeSpaceAPECycle GetFreeSpaceAPECycle is 120:0 
+D EUA_SendEraseCmd send erase lbaList 1,2:3,4 
+D EUA_SendEraseCmd send erase lba 1,2  | eua_file_lba_unmap=1,2 | +5
+D EUA_SendEraseCmd send erase lba 3,4  | eua_file_lba_unmap=3,4 | +5)");
+}
+
 struct Willing : Fbo {
     Return<bool> EUA_isSupport() override { return true; }
 };

@@ -100,6 +100,24 @@ std::string logOf(const sim::Trace& trace) {
     return log;
 }
 
+std::string transcriptOf(const sim::Trace& trace) {
+    static const std::regex kArea("^\\[\\w+-HAL\\] ?");
+    static const std::regex kDirectory("/sys/bus/\\S*/ufs\\w+/");
+    std::string text;
+    for (const sim::Event& event : trace) {
+        if (event.kind == sim::Event::kLog) {
+            const std::string line = std::regex_replace(event.text, kArea, "");
+            text += std::string("\n") + event.priority + " " + event.function + " " +
+                    std::regex_replace(line, kDirectory, "");
+        } else if (event.kind != sim::Event::kRead) {
+            text += " | " + effectsOf({event});
+        } else if (event.node != "hr" && event.node != "inquiry") {
+            text += " | " + event.node + ": " + event.text.substr(0, event.text.find('\n'));
+        }
+    }
+    return text;
+}
+
 void Phone::start(const std::string& device) {
     phone_ = std::make_unique<sim::Simulator>(device);
     set("record", "1");
@@ -175,7 +193,12 @@ void Phone::check(const Row& row) {
     set(row.settings);
     events();
     cmd_retry_count = cmd_fail_count = 0;
-    if (!row.moment.empty()) onLog(row.moment, [this, change = row.change] { set(change); });
+    if (!row.moment.empty()) {
+        onLog(row.moment, [this, change = row.change] {
+            if (change == "stop") hal_status_flag = -1;
+            set(change);
+        });
+    }
     std::string answer = call(row.call);
     if (cmd_retry_count != 0 || cmd_fail_count != 0) {
         answer += " r" + std::to_string(cmd_retry_count) + " f" + std::to_string(cmd_fail_count);

@@ -31,7 +31,7 @@ struct Row {
     std::string log = "";
     /** When this is logged … */
     std::string moment = "";
-    /** … the device is set to this. */
+    /** … the device is set to this, or a stop is requested ("stop"), by a flag that is not 0. */
     std::string change = "";
 };
 
@@ -48,6 +48,9 @@ std::string effectsOf(const sim::Trace& trace);
 
 /** The log lines of a trace, a line each: "PRIORITY FUNCTION TEXT". */
 std::string logOf(const sim::Trace& trace);
+
+/** A trace with its log: what happens to the nodes after a line is told behind it. */
+std::string transcriptOf(const sim::Trace& trace);
 
 /**
  * A test on a simulated phone. The phone, like the library's own state, is the process's: every

@@ -215,6 +215,31 @@ INSTANTIATE_TEST_SUITE_P(Drop, FreshPhone, testing::ValuesIn(std::vector<Row>{
 }));
 // clang-format on
 
+TEST_F(Phone, TellsOfABackup) {
+    start("ufs40:micron,node.vendor=MICRON,backup_idle=1,backup=0,drop=1");
+    call(kBackup);
+    call(kDrop);
+    EXPECT_EQ(transcriptOf(events()),
+              R"(
+D updateSnapshotCloudCtrlPolicy snapshot_freespace minlimit 8, maxlimit 20, devicefreeblock 16 | drop_caches=3 | +1 | drop_caches=3 | +1 | drop_caches=3 | +1 | gsort: 107
+D setBootlunInfo magic_str snapshot, bootlun 1, snapbootLun 0 | gsort=107@9437184
+D setBootlunInfo setBootlunInfo success | vendor: MICRON
+I setSnapshotFreeBlockThr m/k set snapshot free block thr | dropfreesize: 0 | dropfreesize=4194304 | ctrl=start | status: idle
+I SnapShot_getStatus status is idle
+D SnapShot_startBackup snapshotStatus is 0.
+I SnapShot_startBackup snapshotStatus is 0. | +1 | status: complete_backup
+I SnapShot_getStatus status is complete_backup
+D SnapShot_startBackup snapshotStatus is 2, tryCount is 1 | status: complete_backup
+I SnapShot_getStatus status is complete_backup
+D SnapShot_startBackup backup success | status: complete_backup
+I SnapShot_getStatus status is complete_backup
+D SnapShot_startDrop snapshotStatus is 2. | ctrl=stop | vendor: MICRON
+I SnapShot_startDrop snapshotStatus is 2. | +1 | status: idle
+I SnapShot_getStatus status is idle | status: idle
+I SnapShot_getStatus status is idle
+D SnapShot_startDrop snapshot drop succcess.)");
+}
+
 /** Sees what the object asks of itself. */
 struct Seeing : Fbo {
     int statuses = 0;

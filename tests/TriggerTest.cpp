@@ -1,5 +1,4 @@
 #include <functional>
-#include <regex>
 
 #include "Phone.h"
 #include "fbo/Globals.h"
@@ -215,27 +214,8 @@ TEST_F(Phone, AStopIsTakenBackByContinueAndByALaterRun) {
               kTrigger + "1,2,3,4,5,6,", "Fbo:4864:124416", kAny}});
 }
 
-/** A trace with its log: what happens to the nodes after a line is told behind it. */
-std::string transcriptOf(const sim::Trace& trace) {
-    static const std::regex kArea("^\\[\\w+-HAL\\] ?");
-    static const std::regex kDirectory("/sys/bus/\\S*/ufsfbo/");
-    std::string text;
-    for (const sim::Event& event : trace) {
-        if (event.kind == sim::Event::kLog) {
-            const std::string line = std::regex_replace(event.text, kArea, "");
-            text += std::string("\n") + event.priority + " " + event.function + " " +
-                    std::regex_replace(line, kDirectory, "");
-        } else if (event.kind != sim::Event::kRead) {
-            text += " | " + effectsOf({event});
-        } else if (event.node != "hr") {
-            text += " | " + event.node + ": " + event.text.substr(0, event.text.find('\n'));
-        }
-    }
-    return text;
-}
-
 TEST_F(Phone, TellsOfARunOnUfs40) {
-    start("ufs40:samsung,node.vendor=SAMSUNG,analysis=6,optimise=6,linear=0");
+    start("ufs40:samsung,node.vendor=SAMSUNG,analysis=6,optimise=6,mapping=3");
     EXPECT_EQ(call(kTrigger + "8,8,64,8,"), "Fbo:124416:4864");
     EXPECT_EQ(transcriptOf(events()), R"( | fbo_max_lrc: 64
 I FBO_trigger fbo_max_lrc is 64. | vendor: SAMSUNG
@@ -274,23 +254,22 @@ D UFS40_FBO_Imp read buff success, the level is
 . | fbo_wholefile_enable=1-
 D FBO_trigger cmd fail times is 0.
 D FBO_trigger cmd retry times is 3. | fbo_retry_cnt=3
-D record_cmd_fail fail recode success | fbo2_linear_map_state: 0
-I FBO2_Support_Linear_Mapping LinearMappingSupNode is 0)");
+D record_cmd_fail fail recode success | fbo2_linear_map_state: 1
+I FBO2_Support_Linear_Mapping LinearMappingSupNode is 1 | fbo2_linear_mapping_start: 0 | fbo2_linear_mapping_end: 262144 | fbo_prog_state: 2
+D FBO_Clear ops fbo_prog_state is 2!.
+D FBO_Clear clear ops | op=0 | fbo_prog_state: 0
+D FBO_Clear ops fbo_prog_state is 0!.
+D FBO2_Linear_Mapping Write buff lba is: 0,262144. | list=0,262144
+I FBO2_Linear_Mapping Enable Linear Mapping | op=4 | fbo_prog_state: 1
+I FBO2_Linear_Mapping is on going. | +3 | fbo_prog_state: 5
+I FBO2_Linear_Mapping state is: 5.)");
 }
 
 TEST_F(Phone, TellsOfARunOnUfs31) {
-    start("ufs31:samsung,node.vendor=SAMSUNG,accept=20/0,analysis=6,optimise=0,optimise_end=255");
+    start("ufs31:samsung,accept=20/0,analysis=6,optimise=0,optimise_end=255");
     onLog("fbs_defrag_enable fail", [this] { call("FBO_stateCtl stop"); });
-    EXPECT_EQ(call(kTrigger + "8,8,64,8,"), "Fbo:124416:0");
-    EXPECT_EQ(transcriptOf(events()), R"( | fbo_max_lrc: 32
-I FBO_trigger fbo_max_lrc is 32. | vendor: SAMSUNG
-I getUFSPEcycleALevelToNum ufs vendor: SAMSUNG pe_cycle: 120
-I FBO_trigger enable debug.
-I FBO_trigger set exe_level. | debug=1-
-I FBO_trigger set fbo_wholefile_enable. | fbo_exe_level=0-
-I FBO_trigger lba is: 8,8,64,8 . | is_ufs31: 1
-D FBO_isUFS31 the ufs is 3.1 version
-D FBO_trigger is 3.1 ufs
+    EXPECT_EQ(call("UFS31_FBO_Imp 8,8,64,8"), "0 10 -");
+    EXPECT_EQ(transcriptOf(events()), R"(
 I UFS31_FBO_Imp check flc ops. | fbs_flc_ops: 0
 D FBO_Clear ops fbs_flc_ops is 0!.
 D FBO_Clear progress state is already idle.
@@ -317,12 +296,7 @@ I UFS31_FBO_Imp check defrag ops. | fbs_defrag_ops: 255
 D FBO_Clear ops fbs_defrag_ops is 255!.
 D FBO_Clear clear ops | defrag=0 | fbs_defrag_ops: 0
 D FBO_Clear ops fbs_defrag_ops is 0!.
-D UFS31_FBO_Imp hal stop | fbo_wholefile_enable=1-
-D FBO_trigger cmd fail times is 2.
-D FBO_trigger cmd retry times is 2. | fbo_err_cnt=2
-D record_cmd_fail fail recode success | fbo_retry_cnt=2
-D record_cmd_fail fail recode success
-E readFileToString Open fbo2_linear_map_state Fail)");
+D UFS31_FBO_Imp hal stop)");
 }
 
 }  // namespace

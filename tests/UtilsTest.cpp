@@ -131,7 +131,8 @@ TEST_F(Phone, DropsThePageCacheAndSpins) {
             {"fault.drop_caches=unwritable", "drop_caches 1", "-1"}});
     EXPECT_EQ(syncs, 3);
     sim::setTick(2);
-    expect({{"", "delay_work_timer 3", "", "", "start time: 1700000005, delay time is 3"},
+    expect({{"", "delay_work_timer 3", "", "",
+             "start time: 1700000005, delay time is 3;current time is 1700000009."},
             {"", "delay_work_timer 4", "", "", "current time is 1700000015."}});
 }
 
