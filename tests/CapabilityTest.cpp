@@ -79,7 +79,8 @@ TEST_F(Phone, DecodesADamagedReport) {
 TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
     start("ufs40:samsung");
     // Unknown wear does not refuse, and is asked for again.
-    expect({{"fault.vendor=missing;fault.hr=missing;fault.hr=read-error", kAsk, "true", "",
+    expect({{"node.fbo_support=0", kAsk, "false", "", "!pe_cycle"},
+            {"fault.vendor=missing;fault.hr=missing;fault.hr=read-error", kAsk, "true", "",
              "get ufs pecycle info fail"},
             {"fault.hr=read-error", kRead, "-1"},
             {"node.vendor=NOBODY,wear=2400", kAsk, "true", "", "!pecycle info fail"},
@@ -89,15 +90,15 @@ TEST_F(Phone, SupportsADeviceThatIsNotWorn) {
             // Read once and remembered, as long as both are there.
             {"wear=2400", kAsk, "true", "", "!pe_cycle"}});
     service->level_to_num.clear();
-    expect({{";wear=5", kAsk, "false", "", "!FBO support."}});
+    expect({{";wear=5", kAsk, "false", "", "!FBO support."},
+            {"fault.fbo_support=missing", kAsk, "false", "", "Failed to open"}});
     service->pe_cycle = -2;
     expect({{"wear=4294967295", kAsk, "true", "", "pe_cycle: -1"},
             {"", kAsk, "true", "", "!pe_cycle"},
             {"node.fbo_support=0;node.fbo_support=;node.fbo_support= 1;node.fbo_support=2;"
              "fault.fbo_support=read-error",
              kAsk, "false", "", "device does not fbo"},
-            {"node.fbo_support=12", kAsk, "true"},
-            {"fault.fbo_support=missing", kAsk, "false", "", "Failed to open"}});
+            {"node.fbo_support=12", kAsk, "true"}});
 }
 
 TEST_F(Phone, ReadsGenerationAndLimits) {

@@ -35,8 +35,8 @@ std::string resent(int times) {
 
 // clang-format off
 const std::vector<Row> kUfs40 = {
-        {"analysis=6,optimise=12", "", "0 7 1 r4 f0", "L op=1 +6 op=2 +12 op=0 L op=1 +6"},
-        {"analysis=0,optimise=0", "", "0 7 1", "L op=1 op=2 op=0 L op=1"},
+        {"analysis=6,optimise=12", "", "0 7 1 r4 f0", "L op=1 +6 op=2 +12 op=0 L op=1 +6",
+         "fbo_defrag_enable success."},
         {"analysis=stuck", "", "-11 - - r200 f0", "L op=1 +1200", "flc enable abnormal, exit"},
         {"analysis=6,analysis_end=3", "", "-11 - - r1 f0", "L op=1 +6"},
         // One retry in the whole call, on whatever it is spent; a short report is not counted.
@@ -70,7 +70,7 @@ const std::vector<Row> kUfs40 = {
         {"", "", "-10 - -", "L", "Open file failure", "enable analysis",
          "fault.fbo_operation_control=missing"},
         // An optimisation that cannot be started goes unnoticed: the state stays the one read last.
-        {"analysis=0", "", "0 7 -", "L op=1", "", "enable optimization",
+        {"analysis=0", "", "0 7 -", "L op=1", "!Open file", "enable optimization",
          "fault.fbo_operation_control=unwritable,fault.fbo_prog_state=missing"},
         // What a node refuses is never offered again, nor is what depends on it.
         {"analysis=0,fault.fbo_send_lr_list=write-error", "", "-11 - - r1 f1", "(L! op=1!)*2"},
@@ -86,8 +86,8 @@ const std::vector<Row> kUfs40 = {
 };
 
 const std::vector<Row> kUfs31 = {
-        {"analysis=6,optimise=12", "", "0 7 1 r4 f0", "L flc=1 +6 defrag=1 +12 flc=0 L flc=1 +6"},
-        {"analysis=0,optimise=0", "", "0 7 1", "L flc=1 defrag=1 flc=0 L flc=1"},
+        {"analysis=6,optimise=12", "", "0 7 1 r4 f0", "L flc=1 +6 defrag=1 +12 flc=0 L flc=1 +6",
+         "fbs_defrag_enable success."},
         // What is sent again waits, without a line end, until the node is closed, and is then a
         // list of its own to the device.
         {"accept=61/0,analysis=0,optimise=0", "", "0 9 1 r3 f3",
@@ -103,14 +103,10 @@ const std::vector<Row> kUfs31 = {
         {"analysis=6,analysis_end=1", "", "-11 - - r1 f0", "L flc=1 +6"},
         {"analysis=0,analysis_end=1/-1,optimise=0", "", "0 7 1 r1 f1",
          "L flc=1 flc=0 L flc=1 defrag=1 flc=0 L flc=1"},
-        // Nobody clears what shows as idle.
-        {"analysis=0,analysis_end=0/-1,optimise=0", "", "0 7 1 r1 f1",
-         "(L flc=1)*2 defrag=1 flc=0 L flc=1"},
         {"analysis=0,analysis_end=9", "", "-11 - - r1 f1", "L flc=1 flc=0 L flc=1",
          "flc enable abnormal, exit"},
         {"analysis=0,optimise=0,report=28/29", "", "0 7 1",
          "L flc=1 flc=0 L flc=1 defrag=1 flc=0 L flc=1"},
-        {"analysis=0,report=1", "", "-11 - -", "L flc=1 flc=0 L flc=1"},
         // Each failure starts the first pass again, on a device that has to be cleared first.
         {"analysis=0,optimise=0,optimise_end=255/255/-1", "", "0 7 1 r0 f2",
          "L flc=1 defrag=1 flc=0 defrag=0 L flc=1 defrag=1 flc=0 defrag=0 L flc=1 defrag=1 flc=0 "
@@ -135,6 +131,8 @@ const std::vector<Row> kUfs31 = {
          "flc ops is: 2", "stop"},
         {"analysis=12,optimise=6", "", "0 7 - r2 f0", "L flc=1 +12 defrag=1 flc=0 defrag=0",
          "hal stop\n;!hal stop.", "enable defrag", "stop"},
+        {"analysis=0,node.fbs_defrag_ops=0/3/0", "", "0 7 -", "L flc=1 defrag=1 flc=0",
+         "hal stop\n", "enable defrag", "stop"},
         // The five minutes of sending again do not look at a stop; the next wait does.
         {"accept=61/0", "", "0 - - r3 f3", resent(3) + " flc=1 flc=0", "", "write buff lba", "stop"},
         // A device that keeps failing keeps the engine at it.
@@ -148,7 +146,7 @@ const std::vector<Row> kUfs31 = {
         {"", "", "-10 - -", "L", "Open file failure", "write buffer success",
          "fault.fbs_flc_enable=missing"},
         // The state of the analysis, 3, is then taken for one of the defragmentation.
-        {"analysis=0", "", "0 7 - r200 f0", "L flc=1", "", "enable defrag",
+        {"analysis=0", "", "0 7 - r200 f0", "L flc=1", "!Open file", "enable defrag",
          "fault.fbs_defrag_enable=missing,fault.fbs_defrag_ops=missing"},
 };
 // clang-format on

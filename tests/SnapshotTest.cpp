@@ -168,6 +168,9 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
         // Complete a second after the last poll, which the last look does not see.
         {"ufs40:wdc,backup=31", kBackup, "false", kStart + " +30", "tryCount is 30"},
         {"ufs40:kioxia,backup_idle=20,backup=10", kBackup, "true", kSlow + " +30"},
+        {"ufs40:kioxia,backup_idle=5,backup=0,fault.dropfreesize=missing", kBackup, "true",
+         kStart + " +5"},
+        {"ufs40:kioxia,backup_idle=5,fault.vendor=missing", kBackup, "false", kStart},
         {"ufs40:kioxia,backup_idle=stuck", kBackup, "false", kSlow + " +30",
          "snapshotStatus is 0, tryCount is 30"},
         // Others that show idle right after the start are not waited for.
@@ -176,7 +179,6 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:samsung,node.status=complete_restore/complete_backup", kBackup, "true", kStart},
         {"ufs40:samsung,backup=2,backup_end=6", kBackup, "false", kStart + " +2",
          "snapshotStatus is 6, tryCount is 2"},
-        {"ufs40:samsung,prop.vendor.snapshot_control=false", kBackup, "false", "", "cloud disable"},
         {"ufs40:samsung,fault.drop_caches=missing", kBackup, "false", "", "!magic"},
         {"ufs40:samsung,gsort_size=9437184", kBackup, "true", kStart + " +10", "", "magic_str",
          "gsort_size=16777216"},
@@ -188,10 +190,6 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
          "Open ctrl file failure"},
         {"ufs40:micron,node.dropfreesize=-", kBackup, "invalid_argument", kRecorded},
         // The free blocks wrap at 32 bits.
-        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8191", kBackup, "true",
-         kRecorded + " dropfreesize=2147221504 ctrl=start +10"},
-        {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=8192", kBackup, "true",
-         kRecorded + " dropfreesize=-2147483648 ctrl=start +10"},
         {"ufs31:kioxia,backup_idle=0,prop.vendor.snapshot_devicefreeblock=16385", kBackup, "true",
          kRecorded + " dropfreesize=262144 ctrl=start +10"},
 }));

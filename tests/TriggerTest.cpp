@@ -72,7 +72,7 @@ TEST_F(Phone, RunsAMebibyte) {
     const std::string request = kTrigger + ranges(75000);
     expect({{"fault.fbo_send_lr_list=missing", request, "Fbo:0:0", kAny, "zone[590]: "},
             {"node.fbo_max_lrc=0,node.fbo_prog_state=0/9", request, "Fbo:0:0", kAny,
-             "flc enable abnormal, try"}});
+             "flc enable abnormal, try;!is larger"}});
 }
 
 TEST_F(Phone, AnswersZeroToWhatItCannotRun) {
@@ -102,8 +102,10 @@ TEST_F(Phone, RunsEachZoneThroughTheEngineOfTheGeneration) {
     const std::string zones = zone("1,2") + " fbo_wholefile_enable=1- op=0 " + zone("9,2");
     expect({{"", request, "Fbo:0:0", kPrepared + zones},
             // The nodes of the preparation may be missing, those of a UFS 3.1 device are.
-            {"fault.debug=missing,fault.fbo_exe_level=missing", request, "Fbo:0:0", "op=0 " + zones,
+            {"fault.debug=missing", request, "Fbo:0:0", "fbo_exe_level=0- op=0 " + zones,
              "enable debug open fail."},
+            {"fault.fbo_exe_level=missing", request, "Fbo:0:0", "debug=1- op=0 " + zones,
+             "!open fail"},
             {"node.is_ufs31=1/0", request, "Fbo:0:0",
              kPrepared + "fbo_wholefile_enable=1- op=0 " + zone("9,2"), "zone[0]: 1,2 fail"}});
 }
@@ -137,6 +139,9 @@ TEST_F(Phone, TheSumsAreOfTheMakersNumbers) {
                                                 : *row.vendor == 'K' ? 13
                                                                      : 11);
     }
+    service->level_to_num = {{10, 1 << 23}};
+    expect({{"ranges=2", kTrigger + "50,2,60,2,", "Fbo:-2147483648:-2147483648", kAny,
+             "becomes larger"}});
     service->level_to_num.clear();
     expect({{"ranges=2,fault.hr=missing", kTrigger + "70,2,90,2,", "Fbo:2560:256", kAny,
              "to MB info fail"},
@@ -176,6 +181,7 @@ TEST_F(Phone, AStopEndsTheRunBeforeTheNextZone) {
     cmd_retry_count = 4;
     EXPECT_EQ(call(kTrigger + "100,2,200,2,"), "Fbo:124416:4864");
     EXPECT_NE(logOf(events()).find("cmd retry times is 9."), std::string::npos);
+    EXPECT_EQ(cmd_retry_count, 0);
     EXPECT_EQ(hal_status_flag, 0);
     EXPECT_TRUE(is_stop);
 }
@@ -215,8 +221,8 @@ TEST_F(Phone, AStopIsTakenBackByContinueAndByALaterRun) {
 }
 
 TEST_F(Phone, TellsOfARunOnUfs40) {
-    start("ufs40:samsung,node.vendor=SAMSUNG,analysis=6,optimise=6,mapping=3");
-    EXPECT_EQ(call(kTrigger + "8,8,64,8,"), "Fbo:124416:4864");
+    start("ufs40:samsung,node.vendor=SAMSUNG,analysis=6,optimise=6,optimise_end=2,mapping=3");
+    EXPECT_EQ(call(kTrigger + "8,8,64,8,"), "Fbo:124416:0");
     EXPECT_EQ(transcriptOf(events()), R"( | fbo_max_lrc: 64
 I FBO_trigger fbo_max_lrc is 64. | vendor: SAMSUNG
 I getUFSPEcycleALevelToNum ufs vendor: SAMSUNG pe_cycle: 120
@@ -237,23 +243,9 @@ I UFS40_FBO_Imp read buff. | fbo_get_lr_frag_level: frag_lvl: a, lr_count: 2, op
 D UFS40_FBO_Imp read buff success, the level is 
 : frag_lvl: a, lr_count: 2, optimised: 0
 .
-I UFS40_FBO_Imp enable optimization. | op=2 | fbo_prog_state: 1 | +6 | fbo_prog_state: 3
-D UFS40_FBO_Imp fbo_defrag_enable success.
-I UFS40_FBO_Imp check flc ops. | fbo_prog_state: 3
-D FBO_Clear ops fbo_prog_state is 3!.
-D FBO_Clear clear ops | op=0 | fbo_prog_state: 0
-D FBO_Clear ops fbo_prog_state is 0!.
-I UFS40_FBO_Imp write buffer
-I UFS40_FBO_Imp write buff lba is: 8,8,64,8. | list=8,8,64,8
-I UFS40_FBO_Imp enable analysis | op=1 | fbo_prog_state: 1
-I UFS40_FBO_Imp fbo analysis on going. | +6 | fbo_prog_state: 2
-I UFS40_FBO_Imp flc ops is: 2.
-I UFS40_FBO_Imp read buff. | fbo_get_lr_frag_level: frag_lvl: 1, lr_count: 2, optimised: 2
-D UFS40_FBO_Imp read buff success, the level is 
-: frag_lvl: 1, lr_count: 2, optimised: 2
-. | fbo_wholefile_enable=1-
+I UFS40_FBO_Imp enable optimization. | op=2 | fbo_prog_state: 1 | +6 | fbo_prog_state: 2 | fbo_wholefile_enable=1-
 D FBO_trigger cmd fail times is 0.
-D FBO_trigger cmd retry times is 3. | fbo_retry_cnt=3
+D FBO_trigger cmd retry times is 2. | fbo_retry_cnt=2
 D record_cmd_fail fail recode success | fbo2_linear_map_state: 1
 I FBO2_Support_Linear_Mapping LinearMappingSupNode is 1 | fbo2_linear_mapping_start: 0 | fbo2_linear_mapping_end: 262144 | fbo_prog_state: 2
 D FBO_Clear ops fbo_prog_state is 2!.

@@ -37,15 +37,12 @@ class UEventEvent : public Phone {
   protected:
     void SetUp() override {
         start("ufs40:samsung");
-        // The worker gets no socket and ends, so that the service is the test's alone.
-        host::setLogSink({});
-        rlimit limit{};
-        getrlimit(RLIMIT_NOFILE, &limit);
-        const rlimit none{0, limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
-        fbo = new Dropping;
-        fbo->worker.join();
-        setrlimit(RLIMIT_NOFILE, &limit);
+        // A worker that gets no epoll instance ends, and so does one that gets no socket, which
+        // leaves the service to the test alone.
+        const int free = dup(STDIN_FILENO);
+        close(free);
+        EXPECT_NE(logOfWorker(free + 1).find("epoll_create failed"), std::string::npos);
+        EXPECT_NE(logOfWorker(0).find("uevent_open_socket failed"), std::string::npos);
         EXPECT_EQ(fbo->uevent_fd, -1);
         socketpair(AF_UNIX, SOCK_DGRAM, 0, sockets_);
         const int pass = 1;
@@ -55,6 +52,21 @@ class UEventEvent : public Phone {
         kernel.nl_groups = 1;
         ASSERT_EQ(bind(sockets_[1], reinterpret_cast<sockaddr*>(&kernel), sizeof(kernel)), 0);
         fbo->uevent_fd = sockets_[0];
+    }
+
+    /** Makes a service whose worker may open descriptors below `limit`, and awaits its end. */
+    std::string logOfWorker(rlim_t limit) {
+        std::string log;
+        host::setLogSink([&log](int, const char*, const char* text) { log += text; });
+        rlimit usual{};
+        getrlimit(RLIMIT_NOFILE, &usual);
+        const rlimit low{limit, usual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &low);
+        fbo = new Dropping;
+        fbo->worker.join();
+        setrlimit(RLIMIT_NOFILE, &usual);
+        host::setLogSink({});
+        return log;
     }
 
     void TearDown() override {

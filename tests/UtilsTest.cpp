@@ -79,7 +79,7 @@ TEST_F(Phone, ReadsTheFirstWordOfAFile) {
     expect({{text + ";" + text + " \n\t ;fault.fbo_min_lrs=read-error", read, "true -"},
             {text + "one\n", read, "true one"},
             {text + "\n\v two three", read, "true two"},
-            {text + "four\f5;" + text + "four\r\n", read, "true four"},
+            {text + "four\f5;" + text + "four\v5;" + text + "four\r\n", read, "true four"},
             {text + word + "y", read, "true " + word},
             {"fault.fbo_min_lrs=missing", read, "false -", "", "E readFileToString Open /sys"}});
     // A word of another file can be longer than what is read at once.
