@@ -136,12 +136,6 @@ TEST_F(Phone, TheWorkerListensToTheKernelAlone) {
     start("ufs40:samsung,snapshot=2");
     const android::sp<Dropping> beside = serve<Dropping>();
     EXPECT_EQ(service->last_drop_time, 0);
-    EXPECT_NE(fcntl(service->uevent_fd, F_GETFL) & O_NONBLOCK, 0);
-    int room = 0;
-    socklen_t size = sizeof(room);
-    getsockopt(service->uevent_fd, SOL_SOCKET, SO_RCVBUF, &room, &size);
-    // The kernel keeps as much again for itself.
-    EXPECT_EQ(room, 2 * 65536);
     // A signal ends a wait, and nothing else.
     static std::atomic<bool> handled = false;
     struct sigaction action {};
@@ -163,6 +157,12 @@ TEST_F(Phone, TheWorkerListensToTheKernelAlone) {
     const sim::Trace trace = events();
     EXPECT_EQ(effectsOf(trace), "ctrl=stop");
     EXPECT_EQ(logOf(trace).find("UEventWorker"), std::string::npos);
+    EXPECT_NE(fcntl(service->uevent_fd, F_GETFL) & O_NONBLOCK, 0);
+    int room = 0;
+    socklen_t size = sizeof(room);
+    getsockopt(service->uevent_fd, SOL_SOCKET, SO_RCVBUF, &room, &size);
+    // The kernel keeps as much again for itself.
+    EXPECT_EQ(room, 2 * 65536);
 }
 
 /** A worker whose wait fails says so, gives its descriptors back and ends. */
