@@ -164,7 +164,7 @@ TEST(Fboctl, AnswersByTextAndExitStatus) {
             {"defrag --min-size 1X .", 2, "takes a number"},
             {"defrag --limit 0 .", 2, "--limit takes 1 or more"},
             {"--help", 0, "exercise [FEATURE] [FILE]"},
-            {"exercise --yes snapshot .", 2, "too much after it"}, {"trigger", 2, "RANGES is missing"},
+            {"exercise --yes snapshot .", 2, "too much"}, {"trigger", 2, "RANGES is missing"},
             {"support me", 2, "too much"}, {"--nonsense support", 2, "--help"},
             {"--trace support", 2, "need --sim"}, {"support", 3, "no service; on a host use --sim"},
             {"doctor fbo", 3, "the service can be asked: there is no service"}});
