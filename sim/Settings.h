@@ -11,8 +11,8 @@
 
 namespace sim {
 
-/** A duration that never ends. */
-constexpr int64_t kStuck = std::numeric_limits<int64_t>::max() / 2;
+/** A duration that never ends. A moment and several such durations add up without an overflow. */
+constexpr int64_t kStuck = std::numeric_limits<int64_t>::max() / 8;
 
 /** A sequence of values, each used once, and the last one again and again. */
 class Series {

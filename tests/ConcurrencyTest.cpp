@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <new>
 #include <thread>
 
 #include "Phone.h"
@@ -27,6 +29,11 @@ __attribute__((noinline)) void* operator new(size_t size) {
     if (yields) std::this_thread::yield();
     if (void* memory = malloc(size)) return memory;
     throw std::bad_alloc();
+}
+
+// The address sanitizer has one of its own, whose memory is not to be freed here.
+__attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return malloc(size);
 }
 
 __attribute__((noinline)) void operator delete(void* memory) noexcept {

@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(Backup, FreshPhone, testing::ValuesIn(std::vector<Row>{
         {"ufs40:kioxia,backup_idle=5,backup=0,fault.dropfreesize=missing", kBackup, "true",
          kStart + " +5"},
         {"ufs40:kioxia,backup_idle=5,fault.vendor=missing", kBackup, "false", kStart},
-        {"ufs40:kioxia,backup_idle=stuck", kBackup, "false", kSlow + " +30",
+        {"ufs40:kioxia,backup_idle=stuck,backup=stuck", kBackup, "false", kSlow + " +30",
          "snapshotStatus is 0, tryCount is 30"},
         // Others that show idle right after the start are not waited for.
         {"ufs40:samsung,node.status=idle", kBackup, "false", kStart, "tryCount is 0"},
