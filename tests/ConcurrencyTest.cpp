@@ -46,7 +46,7 @@ __attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
 
 namespace {
 
-constexpr size_t kServices = 300;
+constexpr size_t kServices = 100;
 constexpr size_t kThreads = 8;
 constexpr size_t kCallsOfAThread = 3;
 
@@ -138,7 +138,7 @@ TEST(Concurrency, WhatIsRememberedStaysWhole) {
     constexpr size_t kRounds = 200;
     QuietPhone phone("ufs40:micron");
     const size_t known = snapshotStatusMap.size();
-    for (size_t i = 0; i < kServices / 50; ++i) {
+    for (size_t i = 0; i < kServices / 25; ++i) {
         setNewWords(phone, kRounds);
         onFreshService(
                 [](Fbo& service, size_t) {
@@ -159,7 +159,7 @@ TEST(Concurrency, TriggersMayCoincide) {
     QuietPhone phone("ufs40:micron,analysis=0,optimise=0");
     // A level that the table does not have is entered, by all of them.
     phone.set("node.fbo_get_lr_frag_level", "0123456789z" + std::string(20, '.'));
-    for (size_t i = 0; i < kServices / 10 && !HasFailure(); ++i) {
+    for (size_t i = 0; i < kServices / 4 && !HasFailure(); ++i) {
         onFreshService(
                 [](Fbo& service, size_t thread) {
                     const std::string trigger =
