@@ -31,20 +31,23 @@ using android::sp;
 using vendor::nivora::hardware::fbo::implementation::Fbo;
 using vendor::nivora::hardware::fbo::V1_0::IFbo;
 
-/** A host with a simulated device, and an Fbo of this process registered for it. */
+/** A host with a simulated device, for which an Fbo of this process can be registered. */
 class SimulatedHost : public Platform {
   public:
     SimulatedHost(const SimOptions& sim, LogReader reader) : device_(sim) {
         host::setLogSink([reader = std::move(reader)](int priority, const char*, const char* text) {
             if (reader) reader("??VDIWEF"[priority & 7], text);
         });
+    }
+
+    ~SimulatedHost() override { host::setLogSink(nullptr); }
+
+    void startService() override {
         const sp<Fbo> service = new Fbo;
         if (service->registerAsService() != android::OK) {
             throw std::runtime_error("the service cannot be registered");
         }
     }
-
-    ~SimulatedHost() override { host::setLogSink(nullptr); }
 
     const char* whyNoService() const override { return "the service has not registered"; }
 

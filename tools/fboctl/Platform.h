@@ -37,6 +37,9 @@ class Platform {
   public:
     virtual ~Platform() = default;
 
+    /** Starts the service, unless it runs without this program's doing, as on a phone. */
+    virtual void startService() {}
+
     /** Has the kernel ask the service to drop the snapshot. Throws if that cannot be. */
     virtual void sendDropEvent() = 0;
     /** Prepares for a time in which the service only waits for events from outside. */
@@ -53,8 +56,8 @@ class Platform {
 };
 
 /**
- * Prepares the service for IFbo::tryGetService(), and hands the lines that the service logs from
- * now on to `reader`, on any thread; an empty reader gets none. To be called on the main thread.
+ * Prepares the device, and hands the lines that the service logs from now on to `reader`, on any
+ * thread; an empty reader gets none. To be called on the main thread.
  * Throws std::invalid_argument if the options do not fit, another std::exception if the system does
  * not allow it.
  */

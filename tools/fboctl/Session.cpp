@@ -26,8 +26,9 @@ LogReader makeReader(bool show, LogReader listener) {
 }  // namespace
 
 Session::Session(const Options& options, LogReader listener)
-    : platform_(startPlatform(options.sim, makeReader(options.log, std::move(listener)))),
-      service_(IFbo::tryGetService()) {
+    : platform_(startPlatform(options.sim, makeReader(options.log, std::move(listener)))) {
+    platform_->startService();
+    service_ = IFbo::tryGetService();
     if (service_ == nullptr) throw NoService(platform_->whyNoService());
 }
 

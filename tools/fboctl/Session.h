@@ -71,7 +71,7 @@ class Session {
 
   private:
     const std::unique_ptr<Platform> platform_;
-    const sp<IFbo> service_;
+    sp<IFbo> service_;
 };
 
 /** Prints a result for scripts. */
