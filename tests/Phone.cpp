@@ -122,15 +122,17 @@ void Phone::start(const std::string& device) {
     phone_ = std::make_unique<sim::Simulator>(device);
     set("record", "1");
     host::setLogSink([this](int priority, const char* tag, const char* text) {
-        static const std::regex kForm("(\\w+):[1-9][0-9]*: ([^]*)");
-        std::cmatch parts;
+        static const std::regex kStart("(\\w+):[1-9][0-9]*: ");
+        std::cmatch start;
         ASSERT_STREQ(tag, "mem_fbo");
-        ASSERT_TRUE(std::regex_match(text, parts, kForm)) << text;
-        phone_->log("??VDIWE"[priority], parts[1], parts[2].str());
+        const auto only_there = std::regex_constants::match_continuous;
+        ASSERT_TRUE(std::regex_search(text, start, kStart, only_there)) << text;
+        const std::string said = start.suffix();
+        phone_->log("??VDIWE"[priority], start[1], said);
         std::function<void()> action;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
-            if (parts[2].str().find(awaited_) != std::string::npos) std::swap(action, action_);
+            if (said.find(awaited_) != std::string::npos) std::swap(action, action_);
         }
         if (action) action();
     });
