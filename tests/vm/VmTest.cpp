@@ -284,7 +284,7 @@ TEST_F(Vm, TakesASnapshotAndDropsItWhenTheDriverSaysSo) {
 TEST_F(Vm, DefragmentsOnDevicesOfBothGenerations) {
     plugIn("inq_vendor=SAMSUNG");
     for (const char* const device :
-         {"generation=40 analysis_ms=0", "generation=31 analysis_ms=0"}) {
+         {"generation=40 analysis_ms=0", "generation=31 analysis_ms=0 optimise_ms=0"}) {
         SCOPED_TRACE(device);
         load(device);
         const Service service;
