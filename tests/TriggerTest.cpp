@@ -212,12 +212,9 @@ TEST_F(Phone, AStopIsTakenBackByContinueAndByALaterRun) {
     EXPECT_EQ(hal_status_flag, 0);
     // What a stopped run has reached is not compared.
     onLog("lba is: 3,4", [this] { call("FBO_stateCtl stop"); });
-    expect(
-            {{"node.fbo_get_lr_frag_level=0123456789"
-              "1.................../"
-              "0123456789"
-              "9...................",
-              kTrigger + "1,2,3,4,5,6,", "Fbo:4864:124416", kAny}});
+    const std::string reports = "01234567891.................../01234567899...................";
+    expect({{"node.fbo_get_lr_frag_level=" + reports, kTrigger + "1,2,3,4,5,6,", "Fbo:4864:124416",
+             kAny}});
 }
 
 TEST_F(Phone, TellsOfARunOnUfs40) {

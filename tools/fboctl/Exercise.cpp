@@ -160,10 +160,15 @@ class Exercise {
         return step.ok;
     }
 
+    /** Throws at the first Ctrl-C; the next one ends the program. */
     static void checkInterrupted() {
-        sigset_t pending;
-        sigpending(&pending);
-        if (sigismember(&pending, SIGINT) == 1) throw Interrupted();
+        sigset_t interrupt;
+        sigemptyset(&interrupt);
+        sigaddset(&interrupt, SIGINT);
+        const timespec now{};
+        if (sigtimedwait(&interrupt, nullptr, &now) != SIGINT) return;
+        pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+        throw Interrupted();
     }
 
   private:
@@ -203,48 +208,54 @@ bool carryOut(Exercise& exercise, const Operation& operation) {
                           200);
 }
 
+/** Makes the steps of FBO until one fails on which the others depend. */
+void driveFbo(Exercise& exercise, const Setup& setup, bool is31, const Operation (&operations)[2]) {
+    const std::string list = setup.ranges + "\n";
+    for (const char* name : {node::kDebug, node::kWholefileEnable}) {
+        exercise.take("switch", name, "1");
+    }
+    exercise.take("switch", node::kExeLevel, "0");
+    if (!clearAll(exercise, operations, "at first")) return;
+    // What a UFS 3.1 device is sent again has no end, as docs/nodes.md says.
+    if (!is31)
+        exercise.refuse("a list without its end is refused", node::kSendLrList, setup.ranges);
+    exercise.refuse("a list of no numbers is refused", node::kSendLrList, "x,y\n");
+    exercise.refuse("no start without a list", operations[0].control,
+                    std::string(operations[0].command) + "\n");
+    clearAll(exercise, operations, "after refusals");
+    for (const char* pass : {"first", "second"}) {
+        exercise.take(std::string("list of the ") + pass + " pass", node::kSendLrList, list);
+        if (is31 && !exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10)) return;
+        if (!carryOut(exercise, operations[0])) return;
+        const std::string report = exercise.readWhole(node::kFragLevel);
+        const bool has_level =
+                report.size() >= kReportLength && levelOf(report) >= 0 && levelOf(report) <= 10;
+        exercise.add("the report has a level", node::kFragLevel, "",
+                     has_level ? "level " + std::to_string(levelOf(report)) : report,
+                     has_level ? "level " + std::to_string(levelOf(report))
+                               : "29 characters or more, the 11th 0 to 9 or a");
+        if (pass[0] == 's') break;
+        if (!carryOut(exercise, operations[1])) return;
+        if (!clearAll(exercise, operations, "after success")) return;
+    }
+    clearAll(exercise, operations, "after an analysis");
+    exercise.take("list before a stop", node::kSendLrList, list);
+    if (is31) exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10);
+    exercise.take("start before a stop", operations[0].control,
+                  std::string(operations[0].command) + "\n");
+    clearAll(exercise, operations, "in the middle");
+    exercise.refuse("no start after a clear", operations[0].control,
+                    std::string(operations[0].command) + "\n");
+    exercise.take("failures are counted", node::kErrorCount, "1\n");
+    exercise.take("retries are counted", node::kRetryCount, "1\n");
+}
+
+/** Leaves the device idle, whatever comes. */
 void exerciseFbo(Exercise& exercise, const Setup& setup) {
     const bool is31 = exercise.read(node::kIsUfs31) == "1";
     const auto& operations = is31 ? kUfs31 : kUfs40;
-    const std::string list = setup.ranges + "\n";
     try {
-        for (const char* name : {node::kDebug, node::kWholefileEnable}) {
-            exercise.take("switch", name, "1");
-        }
-        exercise.take("switch", node::kExeLevel, "0");
-        if (!clearAll(exercise, operations, "at first")) return;
-        // What a UFS 3.1 device is sent again has no end, as docs/nodes.md says.
-        if (!is31)
-            exercise.refuse("a list without its end is refused", node::kSendLrList, setup.ranges);
-        exercise.refuse("a list of no numbers is refused", node::kSendLrList, "x,y\n");
-        exercise.refuse("no start without a list", operations[0].control,
-                        std::string(operations[0].command) + "\n");
-        clearAll(exercise, operations, "after refusals");
-        for (const char* pass : {"first", "second"}) {
-            exercise.take(std::string("list of the ") + pass + " pass", node::kSendLrList, list);
-            if (is31 && !exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10)) return;
-            if (!carryOut(exercise, operations[0])) return;
-            const std::string report = exercise.readWhole(node::kFragLevel);
-            const bool has_level =
-                    report.size() >= kReportLength && levelOf(report) >= 0 && levelOf(report) <= 10;
-            exercise.add("the report has a level", node::kFragLevel, "",
-                         has_level ? "level " + std::to_string(levelOf(report)) : report,
-                         has_level ? "level " + std::to_string(levelOf(report))
-                                   : "29 characters or more, the 11th 0 to 9 or a");
-            if (pass[0] == 's') break;
-            if (!carryOut(exercise, operations[1])) return;
-            if (!clearAll(exercise, operations, "after success")) return;
-        }
-        clearAll(exercise, operations, "after an analysis");
-        exercise.take("list before a stop", node::kSendLrList, list);
-        if (is31) exercise.await("list is accepted", node::kFlcOps, {"1"}, 30, 10);
-        exercise.take("start before a stop", operations[0].control,
-                      std::string(operations[0].command) + "\n");
-        clearAll(exercise, operations, "in the middle");
-        exercise.refuse("no start after a clear", operations[0].control,
-                        std::string(operations[0].command) + "\n");
-        exercise.take("failures are counted", node::kErrorCount, "1\n");
-        exercise.take("retries are counted", node::kRetryCount, "1\n");
+        driveFbo(exercise, setup, is31, operations);
     } catch (const Interrupted&) {
         clearAll(exercise, operations, "after Ctrl-C");
         throw;
@@ -277,9 +288,10 @@ class Uevents {
         for (;;) {
             Exercise::checkInterrupted();
             // An empty string ends the list, and what fills the buffer may have been cut.
-            char message[2048 + 2] = {};
-            const ssize_t size = uevent_kernel_multicast_recv(socket_.get(), message, 2048);
-            if (size > 0 && size < 2048 && countDropEvents(message) > 0) return true;
+            constexpr ssize_t kRoom = 2048;
+            char message[kRoom + 2] = {};
+            const ssize_t size = uevent_kernel_multicast_recv(socket_.get(), message, kRoom);
+            if (size > 0 && size < kRoom && countDropEvents(message) > 0) return true;
             if (std::chrono::steady_clock::now() > end) return false;
             pollfd look{socket_.get(), POLLIN, 0};
             poll(&look, 1, 100);
@@ -289,6 +301,11 @@ class Uevents {
   private:
     const android::base::unique_fd socket_;
 };
+
+void drop(Exercise& exercise, const std::string& stop) {
+    exercise.take(stop, node::kSnapshotCtrl, "stop\n");
+    exercise.await("the backup is dropped", node::kSnapshotStatus, {"idle", "drop_by_host"}, 1, 30);
+}
 
 void exerciseSnapshot(Exercise& exercise, const Setup& setup) {
     const Uevents uevents;
@@ -310,11 +327,10 @@ void exerciseSnapshot(Exercise& exercise, const Setup& setup) {
                     "fboctl: not tried: the drop event; --drop-event SECONDS waits for it\n");
         }
     } catch (const Interrupted&) {
-        exercise.take("stop after Ctrl-C", node::kSnapshotCtrl, "stop\n");
+        drop(exercise, "stop after Ctrl-C");
         throw;
     }
-    exercise.take("stop", node::kSnapshotCtrl, "stop\n");
-    exercise.await("the backup is dropped", node::kSnapshotStatus, {"idle", "drop_by_host"}, 1, 30);
+    drop(exercise, "stop");
 }
 
 Json::Value describe(const std::vector<Step>& steps) {
@@ -430,7 +446,8 @@ ExitStatus exercise(const Options& options) {
         }
     } catch (const Interrupted&) {
         interrupted = true;
-        fprintf(stderr, "fboctl: interrupted; the device has been brought to rest\n");
+        fprintf(stderr,
+                "fboctl: interrupted; what was done to leave the device idle stands last\n");
     }
     if (options.json) printJson(describe(exercise.steps()));
     return exercise.ok() && !interrupted ? kDone : kNo;
