@@ -47,6 +47,8 @@ class SimulatedHost : public Platform {
         if (service->registerAsService() != android::OK) {
             throw std::runtime_error("the service cannot be registered");
         }
+        // Its worker tells that it starts; amid a call that would read as a service started anew.
+        sim::awaitListeners(1);
     }
 
     const char* whyNoService() const override { return "the service has not registered"; }
